@@ -1,0 +1,24 @@
+#include "platform/foundation/NSData.h"
+
+#include <functional>
+
+namespace platform {
+
+std::shared_ptr<NSData> NSData::dataWithBytes(const void* bytes, std::size_t length) {
+    auto begin = static_cast<const uint8_t*>(bytes);
+    return std::make_shared<NSData>(std::vector<uint8_t>(begin, begin + length));
+}
+
+bool NSData::isEqual(const NSObject* other) const {
+    auto d = dynamic_cast<const NSData*>(other);
+    return d != nullptr && d->bytes_ == bytes_;
+}
+
+std::size_t NSData::hash() const { return std::hash<std::string_view>{}(view()); }
+
+void NSMutableData::appendBytes(const void* bytes, std::size_t length) {
+    auto begin = static_cast<const uint8_t*>(bytes);
+    bytes_.insert(bytes_.end(), begin, begin + length);
+}
+
+}  // namespace platform

@@ -1,0 +1,84 @@
+#include "platform/foundation/NSString.h"
+
+#include <functional>
+
+#include "platform/foundation/NSData.h"
+
+namespace platform {
+
+std::shared_ptr<NSString> NSString::stringWithString(std::string utf8) { return NSStr(std::move(utf8)); }
+
+std::shared_ptr<NSString> NSString::initWithBytes(std::string_view bytes, NSStringEncoding encoding) {
+    const bool valid = encoding == NSASCIIStringEncoding ? NSStringIsValidASCII(bytes)
+                     : encoding == NSUTF8StringEncoding  ? NSStringIsValidUTF8(bytes)
+                                                         : false;
+    if (!valid) return nullptr;
+    return NSStr(std::string(bytes));
+}
+
+std::shared_ptr<NSString> NSString::initWithData(const NSData& data, NSStringEncoding encoding) {
+    return initWithBytes(data.view(), encoding);
+}
+
+std::shared_ptr<NSData> NSString::dataUsingEncoding(NSStringEncoding encoding) const {
+    if (encoding == NSASCIIStringEncoding && !NSStringIsValidASCII(value_)) return nullptr;
+    return NSData::dataWithBytes(value_.data(), value_.size());
+}
+
+bool NSString::isEqual(const NSObject* other) const {
+    auto s = dynamic_cast<const NSString*>(other);
+    return s != nullptr && s->value_ == value_;
+}
+
+std::size_t NSString::hash() const { return std::hash<std::string>{}(value_); }
+
+bool NSStringIsValidASCII(std::string_view bytes) {
+    for (unsigned char c : bytes) {
+        if (c > 0x7F) return false;
+    }
+    return true;
+}
+
+bool NSStringIsValidUTF8(std::string_view bytes) {
+    std::size_t i = 0;
+    const std::size_t n = bytes.size();
+    while (i < n) {
+        const unsigned char c = static_cast<unsigned char>(bytes[i]);
+        if (c < 0x80) {
+            ++i;
+            continue;
+        }
+        std::size_t len;
+        unsigned int cp;
+        if ((c & 0xE0) == 0xC0) {
+            len = 2;
+            cp = c & 0x1F;
+        } else if ((c & 0xF0) == 0xE0) {
+            len = 3;
+            cp = c & 0x0F;
+        } else if ((c & 0xF8) == 0xF0) {
+            len = 4;
+            cp = c & 0x07;
+        } else {
+            return false;
+        }
+        if (i + len > n) return false;
+        for (std::size_t k = 1; k < len; ++k) {
+            const unsigned char cc = static_cast<unsigned char>(bytes[i + k]);
+            if ((cc & 0xC0) != 0x80) return false;
+            cp = (cp << 6) | (cc & 0x3F);
+        }
+        // Overlong forms, surrogates and values past U+10FFFF are not UTF-8.
+        if ((len == 2 && cp < 0x80) || (len == 3 && cp < 0x800) || (len == 4 && cp < 0x10000)) return false;
+        if (cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
+        i += len;
+    }
+    return true;
+}
+
+std::optional<std::string> NSStringValue(const id& object) {
+    if (auto s = std::dynamic_pointer_cast<NSString>(object)) return s->UTF8String();
+    return std::nullopt;
+}
+
+}  // namespace platform
