@@ -24,7 +24,12 @@ struct objc_method {
 struct objc_class {
     std::string name;
     Class superclass;
-    std::unordered_map<SEL, std::unique_ptr<objc_method>> methods;  // guarded by Runtime::mutex
+    std::unordered_map<SEL, std::unique_ptr<objc_method>> methods;       // guarded by Runtime::mutex
+    std::unordered_map<SEL, std::unique_ptr<objc_method>> classMethods;  // guarded by Runtime::mutex
+};
+
+struct objc_protocol {
+    std::string name;
 };
 
 namespace {
@@ -35,6 +40,7 @@ struct Runtime {
     std::shared_mutex mutex;
     std::unordered_map<std::string, std::unique_ptr<objc_selector>> selectors;  // guarded by mutex
     std::unordered_map<std::string, std::unique_ptr<objc_class>> classes;       // guarded by mutex
+    std::unordered_map<std::string, std::unique_ptr<objc_protocol>> protocols;   // guarded by mutex
     std::deque<std::unique_ptr<objc_imp>> implementations;                      // guarded by mutex
 };
 
@@ -64,7 +70,7 @@ Class objc_defineClass(std::string_view name, Class superclass) {
     Runtime& rt = runtime();
     std::unique_lock lock(rt.mutex);
     auto& slot = rt.classes[std::string(name)];
-    if (!slot) slot = std::make_unique<objc_class>(objc_class{std::string(name), superclass, {}});
+    if (!slot) slot = std::make_unique<objc_class>(objc_class{std::string(name), superclass, {}, {}});
     return slot.get();
 }
 
@@ -88,11 +94,32 @@ bool class_isSubclassOf(Class cls, Class ancestor) {
 
 Class object_getClass(const NSObject* object) { return object ? object->objcClass() : nullptr; }
 
-bool class_addMethod(Class cls, SEL name, IMP imp) {
+Protocol objc_defineProtocol(std::string_view name) {
+    Runtime& rt = runtime();
+    std::unique_lock lock(rt.mutex);
+    auto& slot = rt.protocols[std::string(name)];
+    if (!slot) slot = std::make_unique<objc_protocol>(objc_protocol{std::string(name)});
+    return slot.get();
+}
+
+Protocol NSProtocolFromString(std::string_view name) {
+    Runtime& rt = runtime();
+    std::shared_lock lock(rt.mutex);
+    auto it = rt.protocols.find(std::string(name));
+    return it == rt.protocols.end() ? nullptr : it->second.get();
+}
+
+const char* protocol_getName(Protocol protocol) { return protocol ? protocol->name.c_str() : "nil"; }
+
+namespace {
+
+using MethodTable = std::unordered_map<SEL, std::unique_ptr<objc_method>> objc_class::*;
+
+bool addMethod(Class cls, MethodTable table, SEL name, IMP imp) {
     if (cls == nullptr || name == nullptr) return false;
     Runtime& rt = runtime();
     std::unique_lock lock(rt.mutex);
-    auto& slot = cls->methods[name];
+    auto& slot = (cls->*table)[name];
     if (slot) return false;
     slot = std::make_unique<objc_method>();
     slot->name = name;
@@ -100,15 +127,27 @@ bool class_addMethod(Class cls, SEL name, IMP imp) {
     return true;
 }
 
-Method class_getInstanceMethod(Class cls, SEL name) {
+Method findMethod(Class cls, MethodTable table, SEL name) {
     if (name == nullptr) return nullptr;
     Runtime& rt = runtime();
     std::shared_lock lock(rt.mutex);
     for (Class c = cls; c != nullptr; c = c->superclass) {
-        if (auto it = c->methods.find(name); it != c->methods.end()) return it->second.get();
+        if (auto it = (c->*table).find(name); it != (c->*table).end()) return it->second.get();
     }
     return nullptr;
 }
+
+}  // namespace
+
+bool class_addMethod(Class cls, SEL name, IMP imp) { return addMethod(cls, &objc_class::methods, name, imp); }
+
+Method class_getInstanceMethod(Class cls, SEL name) { return findMethod(cls, &objc_class::methods, name); }
+
+bool class_addClassMethod(Class cls, SEL name, IMP imp) {
+    return addMethod(cls, &objc_class::classMethods, name, imp);
+}
+
+Method class_getClassMethod(Class cls, SEL name) { return findMethod(cls, &objc_class::classMethods, name); }
 
 bool class_respondsToSelector(Class cls, SEL name) { return class_getInstanceMethod(cls, name) != nullptr; }
 

@@ -55,11 +55,21 @@ Class class_getSuperclass(Class cls);
 bool class_isSubclassOf(Class cls, Class ancestor);  // cls == ancestor counts
 Class object_getClass(const NSObject* object);
 
+// Protocols, by name: the exported names of interfaces that hosts implement.
+struct objc_protocol;
+using Protocol = const objc_protocol*;
+Protocol objc_defineProtocol(std::string_view name);
+Protocol NSProtocolFromString(std::string_view name);  // nullptr unless defined
+const char* protocol_getName(Protocol protocol);
+
 // Methods. class_getInstanceMethod looks through superclasses and gives the method where it is
 // defined; nullptr for an unknown selector or a null class.
 bool class_addMethod(Class cls, SEL name, IMP imp);
 Method class_getInstanceMethod(Class cls, SEL name);
 bool class_respondsToSelector(Class cls, SEL name);
+// Class methods live in the class's metaclass table, looked up through superclasses the same way.
+bool class_addClassMethod(Class cls, SEL name, IMP imp);
+Method class_getClassMethod(Class cls, SEL name);
 IMP method_getImplementation(Method method);  // nullptr for a null method
 SEL method_getName(Method method);
 IMP method_setImplementation(Method method, IMP imp);  // gives the old one; does nothing for null
@@ -100,6 +110,15 @@ R objc_msgSend(NSObject* self, SEL cmd, A... args) {
     Method m = class_getInstanceMethod(object_getClass(self), cmd);
     if (m == nullptr) objc_unrecognizedSelector(self, cmd);
     return imp_call<R, A...>(method_getImplementation(m), self, cmd, std::forward<A>(args)...);
+}
+
+// Sends a message to a class object: looks the selector up among the class methods. The receiver
+// handed to the implementation is null; the implementation knows its class.
+template <class R, class... A>
+R objc_msgSendClass(Class cls, SEL cmd, A... args) {
+    Method m = class_getClassMethod(cls, cmd);
+    if (m == nullptr) objc_unrecognizedSelector(nullptr, cmd);
+    return imp_call<R, A...>(method_getImplementation(m), nullptr, cmd, std::forward<A>(args)...);
 }
 
 }  // namespace platform

@@ -137,3 +137,23 @@ TEST_F(RuntimeDeathTest, UnknownSelectorAndWrongSignatureAbortWithTheirNames) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(RuntimeTest, ClassMethodsAndProtocolsAreFoundByName) {
+    EXPECT_EQ(NSProtocolFromString("ZZGreeter"), nullptr);
+    Protocol greeter = objc_defineProtocol("ZZGreeter");
+    EXPECT_EQ(NSProtocolFromString("ZZGreeter"), greeter);
+    EXPECT_STREQ(protocol_getName(greeter), "ZZGreeter");
+
+    SEL make = sel_getUid("dogWithName:");
+    class_addClassMethod(Dog::class_(), make,
+                         imp_makeFunction<std::string, std::string>([](NSObject*, SEL, std::string name) {
+                             return "dog " + name;
+                         }));
+    EXPECT_EQ(objc_msgSendClass<std::string>(Puppy::class_(), make, std::string("rex")), "dog rex");
+    EXPECT_EQ(class_getClassMethod(Animal::class_(), make), nullptr);
+    EXPECT_EQ(class_getInstanceMethod(Dog::class_(), make), nullptr);
+}
+
+}  // namespace
