@@ -13,6 +13,8 @@ inline constexpr const char* NSCocoaErrorDomain = "NSCocoaErrorDomain";
 inline constexpr const char* NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
 inline constexpr const char* NSLocalizedDescriptionKey = "NSLocalizedDescription";
 inline constexpr const char* NSURLErrorFailingURLStringErrorKey = "NSErrorFailingURLStringKey";
+// The failing URL as an NSURL, beside NSURLErrorFailingURLStringErrorKey's text.
+inline constexpr const char* NSURLErrorFailingURLErrorKey = "NSErrorFailingURLKey";
 
 // The URL loading system's error codes that the stand-in reports.
 enum NSURLErrorCode : long {
@@ -24,9 +26,11 @@ enum NSURLErrorCode : long {
     NSURLErrorCannotFindHost = -1003,
     NSURLErrorCannotConnectToHost = -1004,
     NSURLErrorNetworkConnectionLost = -1005,
+    NSURLErrorHTTPTooManyRedirects = -1007,
     NSURLErrorBadServerResponse = -1011,
     NSURLErrorUserCancelledAuthentication = -1012,
     NSURLErrorCannotDecodeContentData = -1016,
+    NSURLErrorRequestBodyStreamExhausted = -1021,
     NSURLErrorSecureConnectionFailed = -1200,
 };
 
