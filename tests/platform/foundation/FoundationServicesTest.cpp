@@ -1,19 +1,21 @@
-// Identifiers, logging, bundles and the device: the process facts the library reports.
+// Identifiers, logging and bundles: the process facts the library reports.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <functional>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/foundation/NSString.h"
 #include "platform/foundation/NSUUID.h"
-#include "platform/uikit/UIDevice.h"
 
 using namespace platform;
 
@@ -30,108 +32,62 @@ TEST(NSUUID, RandomIdentifiersAreCanonicalUpperCaseAndDistinct) {
     EXPECT_EQ(seen.size(), 2000u);
 }
 
-TEST(NSUUID, ParsesOnlyTheCanonicalForm) {
-    auto parsed = NSUUID::initWithUUIDString("e621e1f8-c36c-495a-93fc-0c247a3e6e5f");
-    ASSERT_NE(parsed, nullptr);
-    EXPECT_EQ(parsed->UUIDString(), "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
-    EXPECT_TRUE(parsed->isEqual(NSUUID::initWithUUIDString("E621E1F8-C36C-495A-93FC-0C247A3E6E5F").get()));
-    for (const char* bad :
-         {"", "E621E1F8C36C495A93FC0C247A3E6E5F", "E621E1F8-C36C-495A-93FC-0C247A3E6E5F0",
-          "E621E1F8-C36C-495A-93FC-0C247A3E6E5G", "{E621E1F8-C36C-495A-93FC-0C247A3E6E5F}"}) {
-        EXPECT_EQ(NSUUID::initWithUUIDString(bad), nullptr) << bad;
+// What `body` writes to descriptor 2, which is restored before this returns. The pipe is read only
+// at the end, so `body` must write less than its capacity.
+std::string captureStandardError(const std::function<void()>& body) {
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC) != 0) return "pipe failed";
+    const int saved = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+    ::dup2(fds[1], STDERR_FILENO);
+    ::close(fds[1]);
+    body();
+    ::dup2(saved, STDERR_FILENO);  // the pipe's last writer goes: reading then ends
+    ::close(saved);
+    std::string text;
+    char buffer[4096];
+    for (ssize_t n; (n = ::read(fds[0], buffer, sizeof buffer)) != 0;) {
+        if (n > 0) text.append(buffer, static_cast<std::size_t>(n));
+        if (n < 0 && errno != EINTR) break;
     }
+    ::close(fds[0]);
+    return text;
 }
 
-// Sends descriptor 2 into a pipe from SetUp on and gives back what was written to it. Whatever
-// happens, descriptor 2 is restored before the test's result is printed.
-class StandardErrorCapture : public ::testing::Test {
-protected:
-    void SetUp() override {
-        ASSERT_EQ(::pipe2(pipe_, O_CLOEXEC), 0);
-        saved_ = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
-        ASSERT_GE(saved_, 0);
-        ASSERT_EQ(::dup2(pipe_[1], STDERR_FILENO), STDERR_FILENO);
-    }
-    void TearDown() override {
-        restore();
-        if (pipe_[0] >= 0) ::close(pipe_[0]);
-    }
-
-    // Restores descriptor 2 and gives everything written to it meanwhile.
-    std::string finish() {
-        restore();
-        std::string text;
-        char buffer[4096];
-        for (;;) {
-            const ssize_t n = ::read(pipe_[0], buffer, sizeof buffer);
-            if (n > 0) {
-                text.append(buffer, static_cast<std::size_t>(n));
-            } else if (n == 0 || errno != EINTR) {
-                return text;
-            }
-        }
-    }
-
-private:
-    void restore() {
-        if (saved_ >= 0) {
-            ::dup2(saved_, STDERR_FILENO);
-            ::close(saved_);
-            saved_ = -1;
-        }
-        if (pipe_[1] >= 0) {
-            ::close(pipe_[1]);  // the last writer: reading now ends at end of file
-            pipe_[1] = -1;
-        }
-    }
-
-    int pipe_[2] = {-1, -1};
-    int saved_ = -1;
-};
-
-std::string linePattern(const std::string& message) {
-    return "\\d{4}-\\d{2}-\\d{2} \\d{2}:\\d{2}:\\d{2}\\.\\d{3} " +
-           std::string(program_invocation_short_name) + "\\[" + std::to_string(::getpid()) + ":\\d+\\] " +
-           message + "\n";
-}
-
-TEST_F(StandardErrorCapture, NSLogWritesOnePrefixedLineAndNoFormatting) {
-    NSLog("100% done %s %@ %d %n");
-    const std::string text = finish();
-    EXPECT_TRUE(std::regex_match(text, std::regex(linePattern("100% done %s %@ %d %n")))) << text;
-}
-
-TEST_F(StandardErrorCapture, NSLogLinesFromManyThreadsStayWhole) {
+TEST(NSLog, WritesWholePrefixedLinesWithoutFormattingFromAnyThread) {
     constexpr int kThreads = 4;
-    constexpr int kLines = 40;  // well under a pipe's capacity, which is read only at the end
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < kLines; ++i) {
-                NSLog("thread " + std::to_string(t) + " line " + std::to_string(i) + " " +
-                      std::string(60, 'x'));
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
-    const std::string text = finish();
+    constexpr int kLines = 40;
+    const std::string text = captureStandardError([] {
+        NSLog("100% done %s %@ %d %n");
+        std::vector<std::thread> threads;
+        for (int t = 0; t < kThreads; ++t) {
+            threads.emplace_back([t] {
+                for (int i = 0; i < kLines; ++i) {
+                    NSLog("thread " + std::to_string(t) + " line " + std::to_string(i) + " " +
+                          std::string(60, 'x'));
+                }
+            });
+        }
+        for (auto& thread : threads) thread.join();
+    });
 
-    const std::regex line(linePattern("thread (\\d) line (\\d+) x{60}"));
+    const std::string prefix = "\\d{4}-\\d{2}-\\d{2} \\d{2}:\\d{2}:\\d{2}\\.\\d{3} " +
+                               std::string(program_invocation_short_name) + "\\[" +
+                               std::to_string(::getpid()) + ":\\d+\\] ";
+    const std::regex plain(prefix + "100% done %s %@ %d %n");
+    const std::regex numbered(prefix + "thread (\\d) line (\\d+) x{60}");
+    ASSERT_FALSE(text.empty());
+    EXPECT_EQ(text.back(), '\n');
+    std::istringstream lines(text);
+    std::string line;
+    ASSERT_TRUE(std::getline(lines, line));
+    EXPECT_TRUE(std::regex_match(line, plain)) << line;
     std::vector<int> next(kThreads, 0);
-    std::size_t start = 0;
-    int lines = 0;
-    while (start < text.size()) {
-        const std::size_t end = text.find('\n', start);
-        ASSERT_NE(end, std::string::npos);
-        std::smatch m;
-        const std::string one = text.substr(start, end + 1 - start);
-        ASSERT_TRUE(std::regex_match(one, m, line)) << one;
-        const int thread = std::stoi(m[1]);
-        EXPECT_EQ(std::stoi(m[2]), next[thread]++) << "one thread's lines keep their order";
-        ++lines;
-        start = end + 1;
+    int count = 0;
+    for (std::smatch m; std::getline(lines, line); ++count) {
+        ASSERT_TRUE(std::regex_match(line, m, numbered)) << line;
+        EXPECT_EQ(std::stoi(m[2]), next[std::stoi(m[1])]++) << "one thread's lines keep their order";
     }
-    EXPECT_EQ(lines, kThreads * kLines);
+    EXPECT_EQ(count, kThreads * kLines);
 }
 
 class KitObject : public NSObject {
@@ -140,71 +96,25 @@ class KitObject : public NSObject {
 class KitSubclass : public KitObject {
     PLATFORM_OBJC_CLASS(KitSubclass, KitObject)
 };
-class HostObject : public NSObject {
-    PLATFORM_OBJC_CLASS(HostObject, NSObject)
-};
 
-TEST(NSBundle, MainBundleDescribesTheProcess) {
+TEST(NSBundle, ClassesComeFromTheBundleRegisteredForThemElseTheMainOne) {
     auto main = NSBundle::mainBundle();
     EXPECT_EQ(NSStringValue(main->objectForInfoDictionaryKey(kCFBundleNameKey)),
               program_invocation_short_name);
-    EXPECT_EQ(NSStringValue(main->objectForInfoDictionaryKey(kCFBundleExecutableKey)),
-              program_invocation_short_name);
-    EXPECT_EQ(main->objectForInfoDictionaryKey("NoSuchKey"), nullptr);
-    EXPECT_EQ(NSBundle::bundleForClass(HostObject::class_()), main);
-}
+    EXPECT_EQ(NSBundle::bundleForClass(KitSubclass::class_()), main);
 
-TEST(NSBundle, ClassesComeFromTheBundleRegisteredForThem) {
     auto kit = NSBundle::registerBundle(
         "com.example.kit", NSDictionary::dictionaryWithStrings({{"CFBundleShortVersionString", "2.1"}}));
     NSBundle::registerClass(KitObject::class_(), kit);
-
     EXPECT_EQ(NSBundle::bundleForClass(KitObject::class_()), kit);
     EXPECT_EQ(NSBundle::bundleForClass(KitSubclass::class_()), kit) << "a subclass comes with its superclass";
-    EXPECT_EQ(NSBundle::bundleWithIdentifier("com.example.kit"), kit);
-    EXPECT_EQ(NSBundle::bundleWithIdentifier("com.example.none"), nullptr);
-    EXPECT_EQ(kit->bundleIdentifier(), "com.example.kit");
-    EXPECT_EQ(NSStringValue(kit->objectForInfoDictionaryKey("CFBundleShortVersionString")), "2.1");
-    EXPECT_EQ(kit->infoDictionary()->count(), 2u);
+    EXPECT_EQ(NSStringValue(NSBundle::bundleForClass(KitSubclass::class_())
+                                ->objectForInfoDictionaryKey("CFBundleShortVersionString")),
+              "2.1");
+    EXPECT_EQ(kit->objectForInfoDictionaryKey("NoSuchKey"), nullptr);
 
     NSBundle::registerClass(KitObject::class_(), nullptr);
-    EXPECT_EQ(NSBundle::bundleForClass(KitSubclass::class_()), NSBundle::mainBundle());
-}
-
-// The values a host sets to play an app on a device are read by the library on its own threads.
-TEST(HostSettableValues, MayBeReadWhileTheHostSetsThem) {
-    auto device = UIDevice::currentDevice();
-    EXPECT_EQ(device, UIDevice::current());
-    EXPECT_EQ(device->model(), "iPhone");
-    EXPECT_EQ(device->systemVersion(), "17.0");
-
-    std::atomic<bool> done{false};
-    std::thread reader([&] {
-        while (!done.load()) {
-            const std::string version = device->systemVersion();
-            EXPECT_TRUE(version == "17.0" || version == "16.4") << version;
-            const std::string identifier = NSBundle::mainBundle()->bundleIdentifier();
-            EXPECT_TRUE(identifier.empty() || identifier == "com.example.host") << identifier;
-        }
-    });
-    for (int i = 0; i < 200; ++i) {
-        device->setSystemVersion(i % 2 ? "17.0" : "16.4");
-        NSBundle::setMainBundleInfoDictionary(
-            i % 2 ? nullptr
-                  : NSDictionary::dictionaryWithStrings({{kCFBundleIdentifierKey, "com.example.host"}}));
-    }
-    done.store(true);
-    reader.join();
-
-    NSBundle::setMainBundleInfoDictionary(
-        NSDictionary::dictionaryWithStrings({{kCFBundleIdentifierKey, "com.example.host"}}));
-    EXPECT_EQ(NSBundle::bundleWithIdentifier("com.example.host"), NSBundle::mainBundle());
-    EXPECT_EQ(NSStringValue(NSBundle::mainBundle()->objectForInfoDictionaryKey(kCFBundleNameKey)),
-              program_invocation_short_name)
-        << "the process name stays unless the host gives another";
-    NSBundle::setMainBundleInfoDictionary(nullptr);
-    device->setSystemVersion("17.0");
-    EXPECT_EQ(NSBundle::mainBundle()->bundleIdentifier(), "");
+    EXPECT_EQ(NSBundle::bundleForClass(KitSubclass::class_()), main);
 }
 
 }  // namespace

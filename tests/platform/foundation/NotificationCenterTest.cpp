@@ -14,136 +14,105 @@ using qlm_test::NotificationRecorder;
 
 namespace {
 
-struct MatchCase {
-    const char* label;
-    const char* observedName;  // "" observes every name
-    int observedObject;        // -1 any; else an index into the objects
-    const char* postedName;
-    int postedObject;  // -1 nil
-    bool delivered;
-};
-void PrintTo(const MatchCase& c, std::ostream* os) {
-    *os << c.label;
+void observe(NSNotificationCenter& center, const std::shared_ptr<NotificationRecorder>& recorder,
+             const std::string& name, const id& object = nullptr) {
+    center.addObserver(recorder, NotificationRecorder::selector(), name, object);
 }
 
-class NotificationMatching : public ::testing::TestWithParam<MatchCase> {};
-
-TEST_P(NotificationMatching, DeliversOnlyWhatTheObservationSelects) {
-    const MatchCase& c = GetParam();
+TEST(NotificationCenter, DeliversOnlyWhatTheObservationSelects) {
+    const struct {
+        const char* observedName;  // "" observes every name
+        int observedObject;        // -1 any; else an index into `objects`
+        const char* postedName;
+        int postedObject;  // -1 nil
+        bool delivered;
+    } cases[] = {
+        {"", -1, "A", 0, true},  {"", -1, "A", -1, true}, {"A", -1, "A", 1, true}, {"A", -1, "B", -1, false},
+        {"", 0, "A", 0, true},   {"", 0, "A", 1, false},  // equal, yet another object
+        {"", 0, "A", -1, false}, {"A", 1, "A", 1, true},  {"A", 1, "B", 1, false},
+    };
     // Two equal strings that are different objects: objects match by identity, not isEqual:.
-    std::vector<id> objects{NSStr("sender"), NSStr("sender")};
-    auto center = std::make_shared<NSNotificationCenter>();
-    auto recorder = NotificationRecorder::make();
-    center->addObserver(recorder, NotificationRecorder::selector(), c.observedName,
-                        c.observedObject < 0 ? nullptr : objects[c.observedObject]);
-
-    center->postNotificationName(c.postedName, c.postedObject < 0 ? nullptr : objects[c.postedObject]);
-
-    ASSERT_EQ(recorder->count(), c.delivered ? 1u : 0u);
-    if (c.delivered) {
-        auto note = recorder->received()[0].notification;
-        EXPECT_EQ(note->name(), c.postedName);
-        EXPECT_EQ(note->object(), c.postedObject < 0 ? nullptr : objects[c.postedObject]);
+    const std::vector<id> objects{NSStr("sender"), NSStr("sender")};
+    for (const auto& c : cases) {
+        const std::string label = "case " + std::to_string(&c - cases);
+        NSNotificationCenter center;
+        auto recorder = NotificationRecorder::make();
+        observe(center, recorder, c.observedName, c.observedObject < 0 ? nullptr : objects[c.observedObject]);
+        center.postNotificationName(c.postedName, c.postedObject < 0 ? nullptr : objects[c.postedObject]);
+        ASSERT_EQ(recorder->count(), c.delivered ? 1u : 0u) << label;
+        if (c.delivered) {
+            auto note = recorder->received()[0].notification;
+            EXPECT_EQ(note->name(), c.postedName) << label;
+            EXPECT_EQ(note->object(), c.postedObject < 0 ? nullptr : objects[c.postedObject]) << label;
+        }
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, NotificationMatching,
-                         ::testing::Values(MatchCase{"AnyNameAnyObject", "", -1, "A", 0, true},
-                                           MatchCase{"AnyNameNilObject", "", -1, "A", -1, true},
-                                           MatchCase{"SameName", "A", -1, "A", 1, true},
-                                           MatchCase{"OtherName", "A", -1, "B", -1, false},
-                                           MatchCase{"SameObject", "", 0, "A", 0, true},
-                                           MatchCase{"EqualButOtherObject", "", 0, "A", 1, false},
-                                           MatchCase{"NilObjectPostedToObjectFilter", "", 0, "A", -1, false},
-                                           MatchCase{"NameAndObject", "A", 1, "A", 1, true},
-                                           MatchCase{"ObjectMatchesNameDoesNot", "A", 1, "B", 1, false}),
-                         [](const auto& info) { return std::string(info.param.label); });
-
-TEST(NotificationCenter, HoldsObserversWeaklyAndSkipsReleasedOnes) {
-    auto center = std::make_shared<NSNotificationCenter>();
-    auto recorder = NotificationRecorder::make();
-    std::weak_ptr<NotificationRecorder> watch = recorder;
-    center->addObserver(recorder, NotificationRecorder::selector(), "A", nullptr);
-    center->postNotificationName("A", nullptr);
-    EXPECT_EQ(recorder->count(), 1u);
-
-    recorder.reset();
-    EXPECT_TRUE(watch.expired()) << "the center must not keep its observers alive";
-    center->postNotificationName("A", nullptr);  // must not call into the released observer
-}
-
-TEST(NotificationCenter, RemovesAllOrOnlyTheMatchingObservations) {
-    auto center = std::make_shared<NSNotificationCenter>();
+TEST(NotificationCenter, HoldsObserversWeaklyAndRemovesAllOrOnlyTheMatchingObservations) {
+    NSNotificationCenter center;
     auto sender = NSStr("sender");
     auto recorder = NotificationRecorder::make();
-    center->addObserver(recorder, NotificationRecorder::selector(), "A", nullptr);
-    center->addObserver(recorder, NotificationRecorder::selector(), "B", sender);
-    center->addObserver(recorder, NotificationRecorder::selector(), "B", nullptr);
-
-    center->removeObserver(recorder, "B", sender);
-    center->postNotificationName("B", sender);
+    observe(center, recorder, "A");
+    observe(center, recorder, "B", sender);
+    observe(center, recorder, "B");
+    center.removeObserver(recorder, "B", sender);
+    center.postNotificationName("B", sender);
     EXPECT_EQ(recorder->count(), 1u) << "only the observation of B from any object is left";
-    center->postNotificationName("A", nullptr);
-    EXPECT_EQ(recorder->count(), 2u);
+    center.removeObserver(recorder, "", nullptr);
+    center.postNotificationName("A", nullptr);
+    EXPECT_EQ(recorder->count(), 1u);
 
-    center->removeObserver(recorder, "", nullptr);
-    center->postNotificationName("A", nullptr);
-    center->postNotificationName("B", nullptr);
-    EXPECT_EQ(recorder->count(), 2u);
-
-    center->addObserver(recorder, NotificationRecorder::selector(), "", nullptr);
-    center->removeObserver(recorder);
-    center->postNotificationName("C", nullptr);
-    EXPECT_EQ(recorder->count(), 2u);
+    observe(center, recorder, "");
+    std::weak_ptr<NotificationRecorder> watch = recorder;
+    recorder.reset();
+    EXPECT_TRUE(watch.expired()) << "the center must not keep its observers alive";
+    center.postNotificationName("A", nullptr);  // must not call into the released observer
 }
 
 TEST(NotificationCenter, ObserversMayPostAddAndRemoveWhileBeingCalled) {
-    auto center = std::make_shared<NSNotificationCenter>();
+    NSNotificationCenter center;
     auto late = NotificationRecorder::make();
     auto removed = NotificationRecorder::make();
     auto nested = NotificationRecorder::make();
     auto first = NotificationRecorder::make([&](const std::shared_ptr<NSNotification>& note) {
         if (note->name() != "outer") return;
-        center->postNotificationName("inner", nullptr);
-        center->addObserver(late, NotificationRecorder::selector(), "outer", nullptr);
-        center->removeObserver(removed);
+        center.postNotificationName("inner", nullptr);
+        observe(center, late, "outer");
+        center.removeObserver(removed);
     });
-    center->addObserver(first, NotificationRecorder::selector(), "", nullptr);
-    center->addObserver(removed, NotificationRecorder::selector(), "outer", nullptr);
-    center->addObserver(nested, NotificationRecorder::selector(), "inner", nullptr);
+    observe(center, first, "");
+    observe(center, removed, "outer");
+    observe(center, nested, "inner");
 
-    center->postNotificationName("outer", nullptr);
+    center.postNotificationName("outer", nullptr);
     EXPECT_EQ(nested->count(), 1u) << "a post from an observer is delivered at once";
     EXPECT_EQ(removed->count(), 0u) << "removed during the post, before its turn";
     EXPECT_EQ(late->count(), 0u) << "added during the post";
     ASSERT_EQ(first->count(), 2u);
-    EXPECT_EQ(first->received()[0].notification->name(), "outer");
     EXPECT_EQ(first->received()[1].notification->name(), "inner");
-
-    center->postNotificationName("outer", nullptr);
+    center.postNotificationName("outer", nullptr);
     EXPECT_EQ(late->count(), 1u);
 }
 
 TEST(NotificationCenter, ConcurrentPostsReachEveryStableObserver) {
-    auto center = std::make_shared<NSNotificationCenter>();
+    NSNotificationCenter center;
     auto stable = NotificationRecorder::make();
-    center->addObserver(stable, NotificationRecorder::selector(), "tick", nullptr);
-
+    observe(center, stable, "tick");
     constexpr int kThreads = 4;
     constexpr int kPosts = 300;
     std::atomic<bool> posting{true};
     std::thread churn([&] {
         // Observers come and go, and die without removing themselves, while others post.
-        while (posting.load()) {
+        for (int i = 0; posting.load(); ++i) {
             auto transient = NotificationRecorder::make();
-            center->addObserver(transient, NotificationRecorder::selector(), "tick", nullptr);
-            if (transient->count() % 2 == 0) center->removeObserver(transient);
+            observe(center, transient, "tick");
+            if (i % 2) center.removeObserver(transient);
         }
     });
     std::vector<std::thread> posters;
     for (int t = 0; t < kThreads; ++t) {
         posters.emplace_back([&] {
-            for (int i = 0; i < kPosts; ++i) center->postNotificationName("tick", nullptr);
+            for (int i = 0; i < kPosts; ++i) center.postNotificationName("tick", nullptr);
         });
     }
     for (auto& p : posters) p.join();

@@ -1,100 +1,85 @@
+// URLs, requests and responses as values: which texts are URLs, what travels with a request's
+// copies, and header fields that are not strings.
 #include <gtest/gtest.h>
 
-#include <optional>
 #include <string>
 
+#include "platform/foundation/NSNumber.h"
+#include "platform/foundation/NSString.h"
+#include "platform/url/NSHTTPURLResponse.h"
+#include "platform/url/NSMutableURLRequest.h"
 #include "platform/url/NSURL.h"
+#include "platform/url/NSURLProtocol.h"
 
 namespace {
 
-using platform::NSURL;
+using namespace platform;
 
-struct ValidityCase {
-    std::string text;
-    bool valid;
-};
+class NSURLValidity : public ::testing::TestWithParam<std::pair<std::string, bool>> {};
 
-void PrintTo(const ValidityCase& c, std::ostream* os) {
-    *os << '"' << c.text << '"';
-}
-
-class NSURLValidity : public ::testing::TestWithParam<ValidityCase> {};
-
-TEST_P(NSURLValidity, AcceptsExactlyTheValidTexts) {
-    const auto& c = GetParam();
-    auto url = NSURL::URLWithString(c.text);
-    EXPECT_EQ(url != nullptr, c.valid) << c.text;
+TEST_P(NSURLValidity, AcceptsExactlyTheValidTextsKeepingThemAsGiven) {
+    const auto& [text, valid] = GetParam();
+    auto url = NSURL::URLWithString(text);
+    ASSERT_EQ(url != nullptr, valid) << '"' << text << '"';
     if (url) {
-        EXPECT_EQ(url->absoluteString(), c.text) << "the text is kept as given";
+        EXPECT_EQ(url->absoluteString(), text);
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Texts, NSURLValidity,
     ::testing::Values(
-        ValidityCase{"https://example.com/v1/ingest?x=1#top", true},
-        ValidityCase{"http://127.0.0.1:8080/", true}, ValidityCase{"http://[::1]:80/a", true},
-        ValidityCase{"http://example.com/a%20b", true}, ValidityCase{"mailto:someone@example.com", true},
-        ValidityCase{"relative/path?q=1", true}, ValidityCase{"http://user:pw@example.com/", true},
-        ValidityCase{"", false}, ValidityCase{"http://example.com/a b", false},
-        ValidityCase{" http://example.com", false}, ValidityCase{"http://example.com/%zz", false},
-        ValidityCase{"http://example.com/%4", false}, ValidityCase{"http://example.com/\"q\"", false},
-        ValidityCase{"http://example.com/<tag>", false}, ValidityCase{"http://example.com/a|b", false},
-        ValidityCase{"http://example.com/{x}", false}, ValidityCase{"http://example.com/caf\xC3\xA9", false},
-        ValidityCase{"http://example.com/a#b#c", false}, ValidityCase{"http://example.com/[x]", false},
-        ValidityCase{"http://example.com:99999/", false}, ValidityCase{"http://", false}));
+        std::pair("https://example.com/v1/ingest?x=1#top", true), std::pair("http://127.0.0.1:8080/", true),
+        std::pair("http://[::1]:80/a", true), std::pair("http://example.com/a%20b", true),
+        std::pair("mailto:someone@example.com", true), std::pair("relative/path?q=1", true),
+        std::pair("http://user:pw@example.com/", true), std::pair("", false),
+        std::pair("http://example.com/a b", false), std::pair(" http://example.com", false),
+        std::pair("http://example.com/%zz", false), std::pair("http://example.com/%4", false),
+        std::pair("http://example.com/\"q\"", false), std::pair("http://example.com/<tag>", false),
+        std::pair("http://example.com/a|b", false), std::pair("http://example.com/{x}", false),
+        std::pair("http://example.com/caf\xC3\xA9", false), std::pair("http://example.com/a#b#c", false),
+        std::pair("http://example.com/[x]", false), std::pair("http://example.com:99999/", false),
+        std::pair("http://", false)));
 
-TEST(NSURL, ReportsItsParts) {
-    auto url = NSURL::URLWithString("HTTPS://Example.com:8443/a/b%20c/?k=v&w=1#frag");
-    ASSERT_TRUE(url);
-    EXPECT_EQ(url->scheme(), "https");
-    EXPECT_EQ(url->host(), "Example.com");
-    EXPECT_EQ(url->port(), 8443);
-    EXPECT_EQ(url->path(), "/a/b c") << "decoded, without the trailing slash";
-    EXPECT_EQ(url->query(), "k=v&w=1");
-    EXPECT_EQ(url->fragment(), "frag");
+TEST(NSURLRequest, CopiesCarryEveryFieldAndTheProtocolPropertiesIndependently) {
+    auto request = NSMutableURLRequest::requestWithURL(NSURL::URLWithString("https://example.com/upload"));
+    request->setHTTPMethod("POST");
+    request->setTimeoutInterval(12.5);
+    request->setValue("1", "X-Version");
+    request->setHTTPBody(NSData::dataWithString("payload"));
+    NSURLProtocol::setProperty(NSNumber::numberWithBool(true), "handled", request);
 
-    auto bare = NSURL::URLWithString("http://example.com");
-    ASSERT_TRUE(bare);
-    EXPECT_EQ(bare->port(), std::nullopt);
-    EXPECT_EQ(bare->path(), "");
-    EXPECT_EQ(bare->query(), std::nullopt);
-
-    auto literal = NSURL::URLWithString("http://[::1]:9/");
-    ASSERT_TRUE(literal);
-    EXPECT_EQ(literal->host(), "::1");
-    EXPECT_EQ(literal->path(), "/");
+    auto frozen = request->copy();
+    auto thawed = frozen->mutableCopy();
+    for (const std::shared_ptr<NSURLRequest>& copy : {frozen, std::shared_ptr<NSURLRequest>(thawed)}) {
+        EXPECT_EQ(copy->URL()->absoluteString(), "https://example.com/upload");
+        EXPECT_EQ(copy->HTTPMethod(), "POST");
+        EXPECT_DOUBLE_EQ(copy->timeoutInterval(), 12.5);
+        EXPECT_EQ(copy->valueForHTTPHeaderField("x-version"), "1");
+        EXPECT_EQ(copy->HTTPBody()->string(), "payload");
+        EXPECT_TRUE(
+            NSObjectsEqual(NSURLProtocol::propertyForKey("handled", copy), NSNumber::numberWithBool(true)));
+    }
+    NSURLProtocol::removePropertyForKey("handled", thawed);
+    thawed->setHTTPMethod("PUT");
+    EXPECT_EQ(NSURLProtocol::propertyForKey("handled", thawed), nullptr);
+    EXPECT_NE(NSURLProtocol::propertyForKey("handled", frozen), nullptr);
+    EXPECT_EQ(frozen->HTTPMethod(), "POST");
 }
 
-struct ResolutionCase {
-    std::string relative;
-    std::string expected;
-};
-
-void PrintTo(const ResolutionCase& c, std::ostream* os) {
-    *os << '"' << c.relative << '"';
-}
-
-class NSURLResolution : public ::testing::TestWithParam<ResolutionCase> {};
-
-TEST_P(NSURLResolution, ResolvesAgainstTheBase) {
-    auto base = NSURL::URLWithString("http://a.example/b/c/d?q=1");
-    auto url = NSURL::URLWithString(GetParam().relative, base);
-    ASSERT_TRUE(url) << GetParam().relative;
-    EXPECT_EQ(url->absoluteString(), GetParam().expected);
-    EXPECT_EQ(url->relativeString(), GetParam().relative);
-    EXPECT_EQ(url->baseURL(), base);
-}
-
-INSTANTIATE_TEST_SUITE_P(Relatives, NSURLResolution,
-                         ::testing::Values(ResolutionCase{"../e", "http://a.example/b/e"},
-                                           ResolutionCase{"/top", "http://a.example/top"},
-                                           ResolutionCase{"?q=2", "http://a.example/b/c/d?q=2"},
-                                           ResolutionCase{"//other.example/z", "http://other.example/z"},
-                                           ResolutionCase{"https://x.example/", "https://x.example/"}));
-
-TEST(NSURL, RejectsAnInvalidRelativeText) {
-    EXPECT_EQ(NSURL::URLWithString("a b", NSURL::URLWithString("http://a.example/")), nullptr);
+TEST(NSHTTPURLResponse, TakesHeaderFieldsThatAreNotStrings) {
+    auto fields = NSDictionary::dictionaryWithObjectsForKeys({
+        {NSStr("Content-Type"), NSStr("application/json; charset=UTF-8")},
+        {NSStr("X-Count"), NSNumber::numberWithLongLong(7)},
+    });
+    auto response =
+        NSHTTPURLResponse::initWithURL(NSURL::URLWithString("https://example.com/"), 201, "HTTP/1.1", fields);
+    EXPECT_EQ(response->allHeaderFields()->count(), 2u);
+    EXPECT_TRUE(NSObjectsEqual(response->allHeaderFields()->objectForKey(std::string("X-Count")),
+                               NSNumber::numberWithLongLong(7)));
+    EXPECT_EQ(response->valueForHTTPHeaderField("x-count"), std::nullopt) << "no string to give";
+    EXPECT_EQ(response->valueForHTTPHeaderField("content-type"), "application/json; charset=UTF-8");
+    EXPECT_EQ(response->MIMEType(), "application/json");
 }
 
 }  // namespace

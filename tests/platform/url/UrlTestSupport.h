@@ -1,19 +1,22 @@
 #pragma once
-// Helpers for the URL loading tests: a delegate that records what a session tells it, and a
-// recorder for completion handlers. Both can be waited on with a deadline.
+// Helpers for the URL loading tests: a recorder for completion handlers, a delegate that records
+// what a session tells it, and a gate for server handlers. All are waited on with a deadline.
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/url/NSHTTPURLResponse.h"
 #include "platform/url/NSURLSession.h"
 #include "platform/url/NSURLSessionDataDelegate.h"
+#include "tests/support/LoopbackHttpServer.h"
 #include "tests/support/Wait.h"
 
 namespace qlm_test {
@@ -31,95 +34,119 @@ inline long statusOf(const std::shared_ptr<platform::NSURLResponse>& response) {
     return http ? http->statusCode() : -1;
 }
 
-// A gate a server handler waits at (bounded) until the test opens it. Shared by pointer, so a
-// handler still waiting when the test ends holds it alive.
-class Gate {
+inline std::shared_ptr<platform::NSURLSession> plainSession() {
+    return platform::NSURLSession::sessionWithConfiguration(
+        platform::NSURLSessionConfiguration::defaultSessionConfiguration());
+}
+
+// A value that can be waited for until a condition on it holds.
+template <typename T>
+class Watched {
 public:
-    void open() {
+    void update(const std::function<void(T&)>& change) {
         {
             std::lock_guard lock(mutex_);
-            open_ = true;
+            change(value_);
         }
         changed_.notify_all();
     }
-    bool wait(std::chrono::milliseconds timeout = 10s) {
+    bool waitUntil(const std::function<bool(const T&)>& condition,
+                   std::chrono::milliseconds timeout = 10s) const {
         std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, timeout, [&] { return open_; });
+        return changed_.wait_for(lock, timeout, [&] { return condition(value_); });
     }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool open_ = false;  // guarded by mutex_
-};
-
-// What a completion handler was called with.
-class CompletionRecorder {
-public:
-    platform::NSURLSessionCompletionHandler handler() {
-        return
-            [this](std::shared_ptr<platform::NSData> data, std::shared_ptr<platform::NSURLResponse> response,
-                   std::shared_ptr<platform::NSError> error) {
-                std::lock_guard lock(mutex_);
-                data_ = std::move(data);
-                response_ = std::move(response);
-                error_ = std::move(error);
-                ++calls_;
-                changed_.notify_all();
-            };
-    }
-    bool wait(std::chrono::milliseconds timeout = 10s) {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, timeout, [&] { return calls_ > 0; });
-    }
-    int calls() const {
+    T get() const {
         std::lock_guard lock(mutex_);
-        return calls_;
-    }
-    std::shared_ptr<platform::NSData> data() const {
-        std::lock_guard lock(mutex_);
-        return data_;
-    }
-    std::string body() const {
-        std::lock_guard lock(mutex_);
-        return data_ ? data_->string() : std::string();
-    }
-    std::shared_ptr<platform::NSURLResponse> response() const {
-        std::lock_guard lock(mutex_);
-        return response_;
-    }
-    long errorCode() const {
-        std::lock_guard lock(mutex_);
-        return error_ ? error_->code() : 0;
-    }
-    std::shared_ptr<platform::NSError> error() const {
-        std::lock_guard lock(mutex_);
-        return error_;
+        return value_;
     }
 
 private:
     mutable std::mutex mutex_;
-    std::condition_variable changed_;
-    std::shared_ptr<platform::NSData> data_;             // guarded by mutex_
-    std::shared_ptr<platform::NSURLResponse> response_;  // guarded by mutex_
-    std::shared_ptr<platform::NSError> error_;           // guarded by mutex_
-    int calls_ = 0;                                      // guarded by mutex_
+    mutable std::condition_variable changed_;
+    T value_{};  // guarded by mutex_
 };
 
-// A data delegate that records every call, answers as configured, and checks that the session
-// never calls it from two threads at once.
-class RecordingDelegate : public platform::NSURLSessionDataDelegate {
-public:
-    enum class Redirects { follow, refuse };
+// A gate a server handler waits at (bounded) until the test opens it. Shared by pointer, so a
+// handler still waiting when the test ends holds it alive.
+struct Gate : Watched<bool> {
+    void open() {
+        update([](bool& open) { open = true; });
+    }
+    bool wait() const {
+        return waitUntil([](bool open) { return open; });
+    }
+};
 
-    // Set before the task is resumed.
-    Redirects redirects = Redirects::follow;
+// What a completion handler was called with.
+struct Result {
+    std::shared_ptr<platform::NSData> data;
+    std::shared_ptr<platform::NSURLResponse> response;
+    std::shared_ptr<platform::NSError> error;
+    int calls = 0;
+
+    std::string body() const { return data ? data->string() : std::string(); }
+    long errorCode() const { return error ? error->code() : 0; }
+    long status() const { return statusOf(response); }
+};
+
+// Hands out a completion handler that records into shared state, so a late call stays harmless.
+class CompletionRecorder {
+public:
+    platform::NSURLSessionCompletionHandler handler() const {
+        return [state = state_](auto data, auto response, auto error) {
+            state->update([&](Result& r) { r = Result{data, response, error, r.calls + 1}; });
+        };
+    }
+    bool wait() const {
+        return state_->waitUntil([](const Result& r) { return r.calls > 0; });
+    }
+    Result result() const { return state_->get(); }
+
+private:
+    std::shared_ptr<Watched<Result>> state_ = std::make_shared<Watched<Result>>();
+};
+
+// Runs `request` as a data task with a completion handler and gives what the handler got.
+inline Result load(const std::shared_ptr<platform::NSURLSession>& session,
+                   const std::shared_ptr<platform::NSURLRequest>& request) {
+    CompletionRecorder recorder;
+    session->dataTaskWithRequest(request, recorder.handler())->resume();
+    EXPECT_TRUE(recorder.wait());
+    return recorder.result();
+}
+
+// Everything a RecordingDelegate was told.
+struct DelegateRecord {
+    std::vector<std::string> events;  // "data" for each piece of the body
+    std::string body;
+    int pieces = 0;
+    int completions = 0;
+    std::shared_ptr<platform::NSError> error;
+    std::shared_ptr<platform::NSURLResponse> response;
+    std::vector<std::shared_ptr<platform::NSURLAuthenticationChallenge>> challenges;
+    bool overlapped = false;  // the session called it from two threads at once
+
+    long errorCode() const { return error ? error->code() : 0; }
+    std::vector<std::string> eventsWithoutData() const {
+        std::vector<std::string> out;
+        std::copy_if(events.begin(), events.end(), std::back_inserter(out),
+                     [](auto& e) { return e != "data"; });
+        return out;
+    }
+};
+
+// A data delegate that records every call and answers as configured (before the task resumes).
+class RecordingDelegate : public platform::NSURLSessionDataDelegate, public Watched<DelegateRecord> {
+public:
+    bool followRedirects = true;
     platform::NSURLSessionAuthChallengeDisposition challengeDisposition =
         platform::NSURLSessionAuthChallengePerformDefaultHandling;
     std::shared_ptr<platform::NSURLCredential> credential;
-    platform::NSURLSessionResponseDisposition responseDisposition = platform::NSURLSessionResponseAllow;
-    // Cancels the task when the first piece of data arrives.
     bool cancelOnFirstData = false;
+
+    bool waitForCompletion() const {
+        return waitUntil([](const DelegateRecord& r) { return r.completions > 0; });
+    }
 
     void URLSession_task_willPerformHTTPRedirection_newRequest_completionHandler(
         const std::shared_ptr<platform::NSURLSession>&, const std::shared_ptr<platform::NSURLSessionTask>&,
@@ -127,156 +154,75 @@ public:
         const std::shared_ptr<platform::NSURLRequest>& request,
         std::function<void(std::shared_ptr<platform::NSURLRequest>)> completion) override {
         Entry entry(this);
-        record("redirect " + std::to_string(response->statusCode()) + " -> " +
-               request->URL()->absoluteString());
-        completion(redirects == Redirects::follow ? request : nullptr);
+        note("redirect " + std::to_string(response->statusCode()) + " -> " +
+             request->URL()->absoluteString());
+        completion(followRedirects ? request : nullptr);
     }
-
     void URLSession_task_didReceiveChallenge_completionHandler(
         const std::shared_ptr<platform::NSURLSession>&, const std::shared_ptr<platform::NSURLSessionTask>&,
         const std::shared_ptr<platform::NSURLAuthenticationChallenge>& challenge,
         platform::NSURLSessionChallengeCompletion completion) override {
         Entry entry(this);
-        {
-            std::lock_guard lock(mutex_);
-            challenges_.push_back(challenge);
-        }
-        record("challenge " + std::to_string(challenge->previousFailureCount()));
+        note("challenge " + std::to_string(challenge->previousFailureCount()),
+             [&](DelegateRecord& r) { r.challenges.push_back(challenge); });
         completion(challengeDisposition, credential);
     }
-
     void URLSession_dataTask_didReceiveResponse_completionHandler(
         const std::shared_ptr<platform::NSURLSession>&,
         const std::shared_ptr<platform::NSURLSessionDataTask>&,
         const std::shared_ptr<platform::NSURLResponse>& response,
         std::function<void(platform::NSURLSessionResponseDisposition)> completion) override {
         Entry entry(this);
-        {
-            std::lock_guard lock(mutex_);
-            response_ = response;
-        }
-        record("response " + std::to_string(statusOf(response)));
-        completion(responseDisposition);
+        note("response " + std::to_string(statusOf(response)),
+             [&](DelegateRecord& r) { r.response = response; });
+        completion(platform::NSURLSessionResponseAllow);
     }
-
     void URLSession_dataTask_didReceiveData(const std::shared_ptr<platform::NSURLSession>&,
                                             const std::shared_ptr<platform::NSURLSessionDataTask>& task,
                                             const std::shared_ptr<platform::NSData>& data) override {
         Entry entry(this);
-        bool first;
-        {
-            std::lock_guard lock(mutex_);
-            first = pieces_ == 0;
-            ++pieces_;
-            body_ += data->string();
-            events_.push_back("data");
-        }
-        changed_.notify_all();
+        bool first = false;
+        note("data", [&](DelegateRecord& r) {
+            first = r.pieces++ == 0;
+            r.body += data->string();
+        });
         if (first && cancelOnFirstData) task->cancel();
     }
-
     void URLSession_task_didCompleteWithError(const std::shared_ptr<platform::NSURLSession>&,
                                               const std::shared_ptr<platform::NSURLSessionTask>&,
                                               const std::shared_ptr<platform::NSError>& error) override {
         Entry entry(this);
-        {
-            // The event and the count change together, so a waiter sees both.
-            std::lock_guard lock(mutex_);
-            events_.push_back(error ? "complete " + std::to_string(error->code()) : std::string("complete"));
-            error_ = error;
-            ++completions_;
-        }
-        changed_.notify_all();
+        note(error ? "complete " + std::to_string(error->code()) : std::string("complete"),
+             [&](DelegateRecord& r) {
+                 r.error = error;
+                 ++r.completions;
+             });
     }
-
     void URLSession_didBecomeInvalidWithError(const std::shared_ptr<platform::NSURLSession>&,
                                               const std::shared_ptr<platform::NSError>&) override {
         Entry entry(this);
-        record("invalid");
+        note("invalid");
     }
-
-    bool waitForCompletion(std::chrono::milliseconds timeout = 10s) {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, timeout, [&] { return completions_ > 0; });
-    }
-    bool waitFor(const std::string& event, std::chrono::milliseconds timeout = 10s) {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(
-            lock, timeout, [&] { return std::find(events_.begin(), events_.end(), event) != events_.end(); });
-    }
-    bool waitForPieces(int count, std::chrono::milliseconds timeout = 10s) {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, timeout, [&] { return pieces_ >= count; });
-    }
-
-    std::vector<std::string> events() const {
-        std::lock_guard lock(mutex_);
-        return events_;
-    }
-    // The events other than "data", which may come any number of times.
-    std::vector<std::string> eventsWithoutData() const {
-        std::lock_guard lock(mutex_);
-        std::vector<std::string> out;
-        for (const auto& e : events_) {
-            if (e != "data") out.push_back(e);
-        }
-        return out;
-    }
-    std::string body() const {
-        std::lock_guard lock(mutex_);
-        return body_;
-    }
-    int pieces() const {
-        std::lock_guard lock(mutex_);
-        return pieces_;
-    }
-    int completions() const {
-        std::lock_guard lock(mutex_);
-        return completions_;
-    }
-    long errorCode() const {
-        std::lock_guard lock(mutex_);
-        return error_ ? error_->code() : 0;
-    }
-    std::shared_ptr<platform::NSURLResponse> response() const {
-        std::lock_guard lock(mutex_);
-        return response_;
-    }
-    std::vector<std::shared_ptr<platform::NSURLAuthenticationChallenge>> challenges() const {
-        std::lock_guard lock(mutex_);
-        return challenges_;
-    }
-    bool overlapped() const { return overlapped_.load(); }
 
 private:
     // Marks a call under way, noting any call that overlaps another.
     struct Entry {
         explicit Entry(RecordingDelegate* d) : delegate(d) {
-            if (delegate->inCall_.exchange(true)) delegate->overlapped_ = true;
+            if (delegate->inCall_.exchange(true))
+                delegate->update([](DelegateRecord& r) { r.overlapped = true; });
         }
         ~Entry() { delegate->inCall_ = false; }
         RecordingDelegate* delegate;
     };
-
-    void record(std::string event) {
-        {
-            std::lock_guard lock(mutex_);
-            events_.push_back(std::move(event));
-        }
-        changed_.notify_all();
+    // The event and what goes with it change together, so a waiter sees both.
+    void note(std::string event, const std::function<void(DelegateRecord&)>& also = nullptr) {
+        update([&](DelegateRecord& r) {
+            r.events.push_back(std::move(event));
+            if (also) also(r);
+        });
     }
 
-    mutable std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::string> events_;                                                  // guarded by mutex_
-    std::string body_;                                                                 // guarded by mutex_
-    int pieces_ = 0;                                                                   // guarded by mutex_
-    int completions_ = 0;                                                              // guarded by mutex_
-    std::shared_ptr<platform::NSError> error_;                                         // guarded by mutex_
-    std::shared_ptr<platform::NSURLResponse> response_;                                // guarded by mutex_
-    std::vector<std::shared_ptr<platform::NSURLAuthenticationChallenge>> challenges_;  // guarded by mutex_
     std::atomic<bool> inCall_{false};
-    std::atomic<bool> overlapped_{false};
 };
 
 // A session with `delegate` that is invalidated (and so lets go of its delegate) when it goes.
@@ -289,13 +235,47 @@ public:
     // Waits (bounded) until the session has let go of its delegate, so nothing outlives the test.
     ~DelegateSession() {
         session_->invalidateAndCancel();
-        waitUntil([&] { return session_->delegate() == nullptr; });
+        qlm_test::waitUntil([&] { return session_->delegate() == nullptr; });
     }
     const std::shared_ptr<platform::NSURLSession>& operator->() const { return session_; }
-    const std::shared_ptr<platform::NSURLSession>& get() const { return session_; }
 
 private:
     std::shared_ptr<platform::NSURLSession> session_;
+};
+
+inline const std::string kGoodAuthorization = "Basic dXNlcjpzZWNyZXQ=";  // user:secret
+
+// A loopback server with the routes the session tests share.
+class LoopbackTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        server.route("*", "/echo", [](const HttpRequest& request) {
+            return HttpResponse::text(request.method == "POST" ? 201 : 200, request.body)
+                .withHeader("X-Method", request.method);
+        });
+        server.route("*", "/start", [](const HttpRequest&) {
+            return HttpResponse::text(302, "moved").withHeader("Location", "next?from=start");
+        });
+        server.route("*", "/next",
+                     [](const HttpRequest& r) { return HttpResponse::text(200, "arrived by " + r.method); });
+        server.route("GET", "/to-private", [](const HttpRequest&) {
+            return HttpResponse::text(302, "").withHeader("Location", "/private");
+        });
+        server.route("GET", "/private", [](const HttpRequest& request) {
+            if (request.header("Authorization") == kGoodAuthorization)
+                return HttpResponse::text(200, "welcome");
+            return HttpResponse::text(401, "denied").withHeader("WWW-Authenticate", "Basic realm=\"quill\"");
+        });
+        server.route("GET", "/gated", [gate = gate](const HttpRequest&) {
+            gate->wait();
+            return HttpResponse::text(200, "finally");
+        });
+        ASSERT_TRUE(server.start());
+    }
+    void TearDown() override { gate->open(); }
+
+    LoopbackHttpServer server;
+    std::shared_ptr<Gate> gate = std::make_shared<Gate>();
 };
 
 }  // namespace qlm_test
