@@ -1,0 +1,87 @@
+#include "server/ServerCommandLine.h"
+
+#include <charconv>
+#include <cstdint>
+#include <optional>
+
+namespace qlm::ingest {
+
+namespace {
+
+std::optional<uint64_t> parseUnsigned(const std::string& text, uint64_t max) {
+    uint64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || value > max) return std::nullopt;
+    return value;
+}
+
+}  // namespace
+
+std::string usageText() {
+    return "Usage: quillmere-ingest [options]\n"
+           "Receives the uploads of the Quillmere recording library, stores them and shows them.\n"
+           "\n"
+           "  --host HOST              IPv4 address to listen on (default 127.0.0.1)\n"
+           "  --port PORT              port; 0 picks a free one (default 0)\n"
+           "  --db PATH                SQLite database to keep (default: a temporary one, removed at exit)\n"
+           "  --dashboard-url URL      address relayed to the library (default http://HOST:PORT)\n"
+           "  --ready-file PATH        once listening, write the base URL to PATH\n"
+           "  --max-connections N      connections served at once (default 32)\n"
+           "  --max-body-mib N         largest upload in MiB (default 64)\n"
+           "  --read-timeout-ms N      time a request may take to arrive or pause (default 10000)\n"
+           "  --help                   print this text\n"
+           "\n"
+           "Point the library's serverURL at http://HOST:PORT/i; open http://HOST:PORT/ to browse.\n";
+}
+
+std::variant<ServerSettings, CommandLineMessage> parseCommandLine(const std::vector<std::string>& arguments) {
+    ServerSettings settings;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        std::string name = arguments[i];
+        std::optional<std::string> value;
+        if (const auto eq = name.find('='); name.starts_with("--") && eq != std::string::npos) {
+            value = name.substr(eq + 1);
+            name.resize(eq);
+        }
+        if (name == "--help" || name == "-h") return CommandLineMessage{usageText(), false};
+        if (!value) {
+            if (i + 1 >= arguments.size())
+                return CommandLineMessage{name + " needs a value\n\n" + usageText()};
+            value = arguments[++i];
+        }
+        const auto bad = [&](const char* what) {
+            return CommandLineMessage{name + " " + *value + ": " + what + "\n\n" + usageText()};
+        };
+        if (name == "--host") {
+            settings.http.host = *value;
+        } else if (name == "--port") {
+            const auto port = parseUnsigned(*value, 65535);
+            if (!port) return bad("not a port number");
+            settings.http.port = static_cast<uint16_t>(*port);
+        } else if (name == "--db") {
+            settings.databasePath = *value;
+        } else if (name == "--dashboard-url") {
+            settings.dashboardURL = *value;
+            while (settings.dashboardURL.ends_with('/')) settings.dashboardURL.pop_back();
+        } else if (name == "--ready-file") {
+            settings.readyFile = *value;
+        } else if (name == "--max-connections") {
+            const auto count = parseUnsigned(*value, 100000);
+            if (!count || *count == 0) return bad("not a positive count");
+            settings.http.maxConnections = *count;
+        } else if (name == "--max-body-mib") {
+            const auto mib = parseUnsigned(*value, 1024);
+            if (!mib || *mib == 0) return bad("not a size from 1 to 1024");
+            settings.http.maxBodyBytes = *mib * 1024 * 1024;
+        } else if (name == "--read-timeout-ms") {
+            const auto ms = parseUnsigned(*value, 3600 * 1000);
+            if (!ms || *ms == 0) return bad("not a positive number of milliseconds");
+            settings.http.readTimeout = std::chrono::milliseconds(*ms);
+        } else {
+            return CommandLineMessage{"unknown option " + name + "\n\n" + usageText()};
+        }
+    }
+    return settings;
+}
+
+}  // namespace qlm::ingest

@@ -1,0 +1,25 @@
+#pragma once
+// Percent-encoding of URL parts (RFC 3986). '+' is an ordinary character here, not a space: the
+// recording library puts identifiers into its URLs unescaped, so a '+' in one must survive.
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace qlm::ingest {
+
+using QueryParameters = std::vector<std::pair<std::string, std::string>>;
+
+// "%XX" becomes that byte. nullopt when a '%' is not followed by two hexadecimal digits.
+std::optional<std::string> percentDecode(std::string_view text);
+
+// Escapes every byte outside RFC 3986's unreserved set, so the result is safe as one path
+// segment, as a query value and inside HTML attribute values.
+std::string percentEncode(std::string_view text);
+
+// Splits "k=v&k2=v2" into decoded pairs in their order. A piece without '=' is a key with an empty
+// value; empty pieces ("a=1&&b=2") are skipped. nullopt when any escape is broken.
+std::optional<QueryParameters> parseQuery(std::string_view rawQuery);
+
+}  // namespace qlm::ingest

@@ -1,0 +1,49 @@
+#pragma once
+// Decoding of one upload: the query that names the recording and the body, a qm.EventList whose
+// events carry inner messages. All or nothing: any fault anywhere rejects the whole request, so
+// that a rejected upload stores nothing. A pure function of its input, safe from any thread.
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qlm::ingest {
+
+inline constexpr std::size_t kMaxIdentifierBytes = 256;
+
+// One recording session as the upload's query names it ("a", "r", "s"), with its tab ("t").
+struct RecordingKey {
+    std::string appID;
+    std::string recordingID;
+    uint32_t sessionID = 0;
+
+    bool operator==(const RecordingKey&) const = default;
+};
+
+struct DecodedEvent {
+    uint32_t seqID = 0;
+    double time = 0;        // milliseconds since 1970
+    double timeOffset = 0;  // milliseconds since the session began
+    std::string type;       // one of knownEventTypes()
+    std::string data;       // the inner message's bytes as received
+    std::string json;       // renderEventJson() of the inner message
+    std::string summary;    // summarizeEvent() of the inner message
+};
+
+struct IngestBatch {
+    RecordingKey key;
+    std::string tabID;
+    std::vector<DecodedEvent> events;  // in the order of the body; may be empty
+};
+
+struct IngestDecoding {
+    std::optional<IngestBatch> batch;  // set when the request is accepted
+    std::string error;                 // why it was not, for the 400 reply; empty when accepted
+};
+
+// `rawQuery` is the text after '?', still percent-encoded.
+IngestDecoding decodeIngestRequest(std::string_view rawQuery, std::string_view body);
+
+}  // namespace qlm::ingest

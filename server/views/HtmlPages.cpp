@@ -1,0 +1,134 @@
+#include "server/views/HtmlPages.h"
+
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+
+#include "server/http/QueryString.h"
+
+namespace qlm::ingest {
+
+namespace {
+
+constexpr const char* kStyle =
+    "body{font-family:system-ui,sans-serif;margin:2em;color:#222}"
+    "table{border-collapse:collapse;font-size:14px}"
+    "th,td{border-bottom:1px solid #ddd;padding:4px 10px;text-align:left;vertical-align:top}"
+    "th{background:#f4f4f4}td.n{text-align:right;font-variant-numeric:tabular-nums}"
+    "code{font-size:13px}.muted{color:#777}";
+
+std::string page(std::string_view title, const std::string& content) {
+    std::string out = "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\"><title>";
+    out += escapeHtml(title);
+    out += "</title><style>";
+    out += kStyle;
+    out += "</style></head><body>\n";
+    out += content;
+    out += "\n</body></html>\n";
+    return out;
+}
+
+std::string wallClock(double milliseconds) {
+    if (!std::isfinite(milliseconds) || std::fabs(milliseconds) > 1e15) return "?";
+    const auto wholeSeconds = static_cast<std::time_t>(std::floor(milliseconds / 1000));
+    const int millis = static_cast<int>(milliseconds - static_cast<double>(wholeSeconds) * 1000);
+    std::tm parts{};
+    if (gmtime_r(&wholeSeconds, &parts) == nullptr) return "?";
+    char text[64];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", parts.tm_year + 1900,
+                  parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, millis);
+    return text;
+}
+
+std::string seconds(double milliseconds) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.3f s", milliseconds / 1000);
+    return text;
+}
+
+}  // namespace
+
+std::string escapeHtml(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (char c : text) {
+        switch (c) {
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            case '\'':
+                out += "&#39;";
+                break;
+            default:
+                out += c;
+        }
+    }
+    return out;
+}
+
+std::string recordingPath(const RecordingKey& key) {
+    return "/" + percentEncode(key.appID) + "/s/" + percentEncode(key.recordingID) + "/" +
+           std::to_string(key.sessionID);
+}
+
+std::string recordingListPage(const std::vector<RecordingSummary>& recordings) {
+    std::string content =
+        "<h1>Recordings</h1>\n<p class=\"muted\">" + std::to_string(recordings.size()) +
+        " recorded sessions, most recent first. <a href=\"/recordings.json\">JSON</a></p>\n";
+    if (recordings.empty()) {
+        content +=
+            "<p>Nothing recorded yet: point the library's serverURL at this server's <code>/i</code>.</p>";
+        return page("Recordings", content);
+    }
+    content +=
+        "<table><tr><th>App</th><th>Recording</th><th>Session</th><th>Events</th><th>First seen (UTC)</th>"
+        "<th>Last seen (UTC)</th></tr>\n";
+    for (const RecordingSummary& r : recordings) {
+        content += "<tr><td>" + escapeHtml(r.key.appID) + "</td><td><a href=\"" + recordingPath(r.key) +
+                   "\">" + escapeHtml(r.key.recordingID) + "</a></td><td class=\"n\">" +
+                   std::to_string(r.key.sessionID) + "</td><td class=\"n\">" + std::to_string(r.eventCount) +
+                   "</td><td>" + wallClock(r.firstSeen) + "</td><td>" + wallClock(r.lastSeen) +
+                   "</td></tr>\n";
+    }
+    content += "</table>";
+    return page("Recordings", content);
+}
+
+std::string recordingPage(const RecordingSummary& recording, const std::vector<StoredEvent>& events) {
+    const std::string base = recordingPath(recording.key);
+    std::string content = "<p><a href=\"/\">All recordings</a></p>\n<h1>Recording " +
+                          escapeHtml(recording.key.recordingID) + "</h1>\n<p>App <b>" +
+                          escapeHtml(recording.key.appID) + "</b>, session " +
+                          std::to_string(recording.key.sessionID) + ", tab <code>" +
+                          escapeHtml(recording.tabID) + "</code>, " + std::to_string(events.size()) +
+                          " events. <a href=\"" + base + "/events.json\">Events as JSON</a></p>\n";
+    content +=
+        "<table><tr><th>Time (UTC)</th><th>Offset</th><th>Seq</th><th>Type</th><th>Summary</th></tr>\n";
+    for (const StoredEvent& e : events) {
+        content += "<tr><td>" + wallClock(e.time) + "</td><td class=\"n\">" + seconds(e.timeOffset) +
+                   "</td><td class=\"n\">" + std::to_string(e.seqID) + "</td><td><code>" +
+                   escapeHtml(e.type) + "</code></td><td>" + escapeHtml(e.summary);
+        if (e.type == "qm.ios.PDFViewCapture") {
+            content += " <a href=\"" + base + "/frames/" + std::to_string(e.seqID) + ".pdf\">view</a>";
+        }
+        content += "</td></tr>\n";
+    }
+    content += "</table>";
+    return page("Recording " + recording.key.recordingID, content);
+}
+
+std::string notFoundPage(std::string_view message) {
+    return page("Not found", "<h1>Not found</h1>\n<p>" + escapeHtml(message) +
+                                 "</p>\n<p><a href=\"/\">All recordings</a></p>");
+}
+
+}  // namespace qlm::ingest

@@ -1,0 +1,52 @@
+#include "server/views/JsonViews.h"
+
+#include <nlohmann/json.hpp>
+
+#include "server/views/HtmlPages.h"
+
+namespace qlm::ingest {
+
+using nlohmann::json;
+
+std::string recordingsJson(const std::vector<RecordingSummary>& recordings) {
+    json list = json::array();
+    for (const RecordingSummary& r : recordings) {
+        list.push_back({{"appID", r.key.appID},
+                        {"recordingID", r.key.recordingID},
+                        {"sessionID", r.key.sessionID},
+                        {"tabID", r.tabID},
+                        {"firstSeen", r.firstSeen},
+                        {"lastSeen", r.lastSeen},
+                        {"eventCount", r.eventCount},
+                        {"url", recordingPath(r.key)}});
+    }
+    return json{{"recordings", std::move(list)}}.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+std::string eventsJson(const RecordingSummary& recording, const std::vector<StoredEvent>& events) {
+    json list = json::array();
+    for (const StoredEvent& e : events) {
+        // Stored JSON was printed by protobuf from a decoded message, so it parses; a damaged row
+        // shows as null rather than failing the whole view.
+        json message = json::parse(e.json, nullptr, false);
+        if (message.is_discarded()) message = nullptr;
+        list.push_back({{"seqID", e.seqID},
+                        {"time", e.time},
+                        {"timeOffset", e.timeOffset},
+                        {"type", e.type},
+                        {"message", std::move(message)}});
+    }
+    return json{{"appID", recording.key.appID},
+                {"recordingID", recording.key.recordingID},
+                {"sessionID", recording.key.sessionID},
+                {"tabID", recording.tabID},
+                {"events", std::move(list)}}
+        .dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+std::string dashboardRelayJson(const std::string& dashboardURL) {
+    return json::array({{{"type", "DASHBOARD_URL"}, {"data", {{"dashboardURL", dashboardURL}}}}})
+        .dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+}  // namespace qlm::ingest

@@ -1,0 +1,19 @@
+#pragma once
+// The dashboard's JSON documents. Stored event JSON is embedded as parsed values, not as strings.
+#include <string>
+#include <vector>
+
+#include "server/store/RecordingStore.h"
+
+namespace qlm::ingest {
+
+// {"recordings":[{"appID","recordingID","sessionID","tabID","firstSeen","lastSeen","eventCount","url"}]}
+std::string recordingsJson(const std::vector<RecordingSummary>& recordings);
+
+// {"appID","recordingID","sessionID","tabID","events":[{"seqID","time","timeOffset","type","message"}]}
+std::string eventsJson(const RecordingSummary& recording, const std::vector<StoredEvent>& events);
+
+// The reply to an accepted upload: one relay message that names the dashboard.
+std::string dashboardRelayJson(const std::string& dashboardURL);
+
+}  // namespace qlm::ingest
