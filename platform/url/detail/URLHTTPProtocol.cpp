@@ -17,13 +17,14 @@ using Clock = URLLoaderTransfer::Clock;
 // platform reports repeated fields.
 std::shared_ptr<NSDictionary> joinedFields(const CurlHttpTransfer::HeaderFields& fields) {
     CurlHttpTransfer::HeaderFields joined;
-    for (const auto& [name, value] : fields) {
+    for (const auto& field : fields) {
+        const std::string& name = field.first;
         auto it = std::find_if(joined.begin(), joined.end(),
-                               [&](const auto& entry) { return equalsIgnoringCase(entry.first, name); });
+                               [&name](const auto& entry) { return equalsIgnoringCase(entry.first, name); });
         if (it == joined.end()) {
-            joined.emplace_back(name, value);
+            joined.push_back(field);
         } else {
-            it->second += ", " + value;
+            it->second += ", " + field.second;
         }
     }
     return NSDictionary::dictionaryWithStrings(joined);
