@@ -1,0 +1,222 @@
+#include "engine/Core.h"
+
+#include <charconv>
+#include <climits>
+#include <cmath>
+
+#include "engine/BundleInfo.h"
+#include "engine/SDK.h"
+#include "platform/foundation/NSBundle.h"
+#include "platform/foundation/NSDate.h"
+#include "platform/foundation/NSLog.h"
+#include "platform/foundation/NSString.h"
+#include "platform/uikit/UIDevice.h"
+
+namespace quillmere {
+
+namespace {
+
+constexpr const char* kShortVersionKey = "CFBundleShortVersionString";
+
+// Whole milliseconds. Adding 0.0 turns a rounded -0.0 into +0.0, which, unlike -0.0, protobuf
+// leaves off the wire as the default it is.
+double wholeMilliseconds(double seconds) {
+    return std::round(seconds * 1000.0) + 0.0;
+}
+
+}  // namespace
+
+platform::Class Core::runtimeClass() {
+    static const platform::Class cls = [] {
+        const platform::Class defined =
+            platform::objc_defineClass("Quillmere.Core", platform::NSObject::class_());
+        // The bundle the library would ship in; its information file carries the version.
+        auto info = platform::NSDictionary::dictionaryWithStrings(
+            {{kShortVersionKey, kBundleShortVersionString}, {platform::kCFBundleNameKey, kBundleName}});
+        platform::NSBundle::registerClass(defined,
+                                          platform::NSBundle::registerBundle(kBundleIdentifier, info));
+        return defined;
+    }();
+    return cls;
+}
+
+std::shared_ptr<Core> Core::make(std::shared_ptr<Session> session,
+                                 std::shared_ptr<Configuration> configuration) {
+    if (!session || !configuration) return nullptr;
+    std::shared_ptr<Core> core(new Core(std::move(session), std::move(configuration)));
+    // The members refer back to the Core, which they can only once a shared_ptr owns it.
+    core->uploader_ =
+        Uploader::make(core->session_, core->configuration_->serverURL(), core->weak_from_this());
+    if (!core->uploader_) return nullptr;
+    // RootViewScanner: comes with screen capture.
+    // LogHandler, which duplicates descriptors 1 and 2 whether or not log capture is on: comes with
+    // log capture.
+    // NetworkRequestInterceptor: comes with network capture.
+    // QLMReactNativeSwizzler: comes with the React Native integration.
+    return core;
+}
+
+Core::Core(std::shared_ptr<Session> session, std::shared_ptr<Configuration> configuration)
+    : session_(std::move(session)),
+      configuration_(std::move(configuration)),
+      queue_(platform::DispatchQueue::makeSerial(
+          "com.quillmere.core.queue", platform::DispatchQoS::unspecified,
+          platform::DispatchQueue::global(platform::DispatchQoS::default_))) {}
+
+void Core::start() {
+    uploader_->start();
+    sendMetadata();
+    identify(Session::lowercaseUUID(), Traits{}, true);
+    // QLMReactNativeSwizzler.swizzle, unconditionally: comes with the React Native integration.
+    if (configuration_->networkCaptureEnabled()) {
+        // Registering NetworkShim and swizzling protocolClasses: come with network capture.
+    }
+    if (configuration_->logCaptureEnabled()) {
+        // LogHandler.start: comes with log capture.
+    }
+    if (configuration_->viewScanningEnabled()) {
+        // RootViewScanner.start: comes with screen capture.
+    }
+}
+
+void Core::shutdown() {
+    // The flags are read as they stand now: a capture switched off after start stays installed.
+    if (configuration_->networkCaptureEnabled()) {
+        // Unregistering NetworkShim and swizzling protocolClasses back: come with network capture.
+    }
+    if (configuration_->logCaptureEnabled()) {
+        // Restoring descriptors 1 and 2 from the LogHandler's copies: comes with log capture.
+    }
+    if (configuration_->viewScanningEnabled()) {
+        // Cancelling the RootViewScanner's timer: comes with screen capture.
+    }
+    // QLMReactNativeSwizzler.deswizzle, unconditionally: comes with the React Native integration.
+    uploader_->stop();
+    SDK::clearCore(*this);
+}
+
+void Core::sendMetadata() {
+    qm::Metadata metadata;
+    auto* device = metadata.mutable_deviceinfo();
+    const auto current = platform::UIDevice::current();
+    device->set_devicetype(qm::Metadata_DeviceInfo_DeviceType_IOS);
+    device->set_devicename(current->model());
+    device->set_manufacturer("Apple");
+    device->set_release(current->systemVersion());
+    const auto bundle = platform::NSBundle::bundleForClass(runtimeClass());
+    if (auto version = platform::NSStringValue(bundle->objectForInfoDictionaryKey(kShortVersionKey))) {
+        metadata.set_sdkversion(std::move(*version));
+    }
+    addEvent(EventType::metadata, std::move(metadata));
+}
+
+std::optional<qm::Event> Core::stampEvent(EventType type) {
+    qm::Event event;
+    event.set_type(std::string(eventTypeTag(type)));
+    event.set_sessionid(session_->sessionID());
+    event.set_threadid(0);
+    // One reading serves both stamps, so time and timeOffset never disagree.
+    const double now = platform::NSDate::date()->timeIntervalSince1970();
+    event.set_time(wholeMilliseconds(now));
+    event.set_timeoffset(wholeMilliseconds(now - session_->startTime().timeIntervalSince1970()));
+    const int64_t sequenceNumber = session_->seqID().getAndIncrement();
+    if (sequenceNumber < 0 || sequenceNumber > kLastSequenceNumber) return std::nullopt;
+    event.set_seqid(static_cast<uint32_t>(sequenceNumber));
+    return event;
+}
+
+void Core::finishEvent(const std::weak_ptr<Core>& weakCore, qm::Event& event,
+                       const google::protobuf::MessageLite& message) noexcept {
+    try {
+        const std::size_t size = message.ByteSizeLong();
+        if (size > static_cast<std::size_t>(INT_MAX)) {
+            platform::NSLog("Quillmere: Failed to add event: the message of " + std::to_string(size) +
+                            " bytes is over the 2 GB that protobuf can encode");
+            return;
+        }
+        std::string* data = event.mutable_data();
+        data->resize(size);
+        message.SerializeWithCachedSizesToArray(reinterpret_cast<uint8_t*>(data->data()));
+        const auto core = weakCore.lock();
+        if (!core) return;
+        core->uploader_->append(std::move(event));
+    } catch (const std::exception& e) {
+        platform::NSLog(std::string("Quillmere: Failed to add event: ") + e.what());
+    }
+}
+
+bool Core::shouldCaptureRequest(const platform::NSURLRequest& request) const {
+    if (!configuration_->networkCaptureEnabled()) return false;
+    const auto& url = request.URL();
+    if (!url) return false;
+    // The library's own uploads.
+    if (url->absoluteString().starts_with(configuration_->serverURL())) return false;
+    return true;
+}
+
+void Core::identify(const std::string& userID, const std::optional<Traits>& traits, bool isAnonymous) {
+    const int64_t calls = identifyCalls_.getAndIncrement() + 1;
+    if (calls > kMaximumIdentifyCalls) return;
+    if (calls == kMaximumIdentifyCalls) {
+        platform::NSLog("Quillmere: More than 10 identify calls on this page. Ignoring future calls.");
+    }
+    // Limits count UTF-8 bytes, whatever the messages say.
+    if (userID.size() > kMaximumUserIDBytes) {
+        platform::NSLog("Quillmere: Too large userID passed to identify() (max 1024 characters)");
+        return;
+    }
+    qm::Identify message;
+    message.set_userid(userID);
+    message.set_isanonymous(isAnonymous);
+    if (traits) {
+        for (const auto& [key, value] : *traits) {
+            if (value.size() > kMaximumTraitValueBytes) {
+                platform::NSLog("Quillmere: Ignoring large user trait value for key " + key +
+                                " (max 1024 characters)");
+                continue;
+            }
+            if (key.size() > kMaximumTraitKeyBytes) {
+                platform::NSLog("Quillmere: Ignoring large user trait key " + key);
+                continue;
+            }
+            if (key == "email") {
+                message.set_email(value);
+            } else if (key == "name") {
+                message.set_name(value);
+            } else if (key == "userID") {
+                message.set_userid(value);
+            } else {
+                (*message.mutable_traits())[key] = value;
+            }
+        }
+    }
+    addEvent(EventType::identify, std::move(message));
+}
+
+std::string Core::sessionURL() const {
+    const auto dashboard = dashboardURL();
+    if (!dashboard || dashboard->empty()) return {};
+    // The shortest text that reads back as the same double, fraction included: not rounded.
+    const double nowMilliseconds = platform::NSDate::date()->timeIntervalSince1970() * 1000.0;
+    char digits[64];
+    const auto end =
+        std::to_chars(digits, digits + sizeof digits, nowMilliseconds, std::chars_format::fixed).ptr;
+    return *dashboard + "/" + configuration_->appID() + "/s/" + session_->recordingID() + "/" +
+           std::to_string(session_->sessionID()) + "?t=" + std::string(digits, end);
+}
+
+std::optional<std::string> Core::dashboardURL() const {
+    std::lock_guard lock(dashboardMutex_);
+    return dashboardURL_;
+}
+
+void Core::setDashboardURL(std::string url) {
+    std::lock_guard lock(dashboardMutex_);
+    dashboardURL_ = std::move(url);
+}
+
+void Core::uploadAccepted() {
+    SDK::acceptanceTaskQueue().flush(shared_from_this());
+}
+
+}  // namespace quillmere

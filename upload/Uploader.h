@@ -1,0 +1,93 @@
+#pragma once
+// Moves finished events to the ingest server: one POST of every buffered event about once a second.
+//
+// Threads: append() from any thread (the Core's queue in practice); start() and stop() from the
+// host's thread, never from the uploader queue; sends run on the uploader queue; replies are handled
+// on the URL session's callback queue. The Uploader holds its Core only weakly (readyStateDelegate);
+// an upload in flight holds the Uploader until its reply has been handled.
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/ReadyStateDelegate.h"
+#include "engine/Session.h"
+#include "platform/dispatch/DispatchQueue.h"
+#include "platform/dispatch/DispatchSourceTimer.h"
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSError.h"
+#include "platform/url/NSURL.h"
+#include "platform/url/NSURLResponse.h"
+#include "platform/url/NSURLSession.h"
+#include "wire/qm.pb.h"
+
+namespace quillmere {
+
+class Uploader : public std::enable_shared_from_this<Uploader> {
+public:
+    static constexpr int64_t kRepeatIntervalMilliseconds = 1000;
+
+    // The ingest URL's text: `serverURL` and the query naming the session, nothing escaped.
+    static std::string ingestURLText(const Session& session, std::string_view serverURL);
+    // That text as a URL; null when it is none (a space in the app id, say).
+    static std::shared_ptr<platform::NSURL> ingestURL(const Session& session, std::string_view serverURL);
+
+    // Null when no URL forms from `serverURL` and the session. Starts nothing.
+    static std::shared_ptr<Uploader> make(std::shared_ptr<Session> session, std::string_view serverURL,
+                                          std::weak_ptr<ReadyStateDelegate> readyStateDelegate);
+
+    Uploader(const Uploader&) = delete;
+    Uploader& operator=(const Uploader&) = delete;
+
+    // Arms the one-shot timer for one interval from now. Call once.
+    void start();
+    // Cancels the timer and makes a last send of what has gathered, returning once it has been
+    // handed to the URL session. Blocks on the uploader queue: never call it from there.
+    void stop();
+
+    // Queues a finished event for the next send.
+    void append(qm::Event event);
+
+    // What waits for the next send, oldest first (a copy).
+    std::vector<qm::Event> eventBuffer() const;
+    std::size_t eventBufferCount() const;
+    const std::shared_ptr<platform::NSURL>& url() const { return url_; }
+    // Made on first use.
+    std::shared_ptr<platform::DispatchSourceTimer> timer();
+
+    // The upload task's completion, on the URL session's callback queue. Any argument may be null.
+    void uploadCompleted(const std::shared_ptr<platform::NSData>& data,
+                         const std::shared_ptr<platform::NSURLResponse>& response,
+                         const std::shared_ptr<platform::NSError>& error);
+    // Acts on the relay messages of a 201 reply's body (null: none).
+    void handleServerReply(const std::shared_ptr<platform::NSData>& data);
+
+private:
+    Uploader(std::shared_ptr<Session> session, std::shared_ptr<platform::NSURL> url,
+             std::weak_ptr<ReadyStateDelegate> readyStateDelegate);
+
+    // On the uploader queue only.
+    void send();
+    // The body of one POST; null, with the reason in `failure`, when it cannot be encoded.
+    static std::shared_ptr<platform::NSData> encode(const qm::EventList& list, std::string& failure);
+    // Returns a batch that could not be sent to the front of the buffer.
+    void putBack(qm::EventList& list);
+    void rearm();
+
+    const std::shared_ptr<Session> session_;
+    const std::shared_ptr<platform::NSURLSession> urlSession_;
+    const std::shared_ptr<platform::NSURL> url_;
+    const platform::dispatch_queue_t queue_;
+    const std::weak_ptr<ReadyStateDelegate> readyStateDelegate_;
+
+    // Held as the list's own field type, so that a send takes the whole buffer with one swap.
+    mutable std::mutex bufferMutex_;
+    google::protobuf::RepeatedPtrField<qm::Event> eventBuffer_;  // guarded by bufferMutex_
+
+    std::mutex timerMutex_;
+    std::shared_ptr<platform::DispatchSourceTimer> timer_;  // guarded by timerMutex_; made lazily
+};
+
+}  // namespace quillmere
