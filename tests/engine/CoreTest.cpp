@@ -1,0 +1,105 @@
+// What a started Core puts on the wire, read back by a real server.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <regex>
+#include <thread>
+
+#include "capture/log/LogHandler.h"
+#include "platform/uikit/UIDevice.h"
+#include "tests/engine/EngineTestSupport.h"
+#include "wire/qm_core.pb.h"
+
+using namespace quillmere;
+using qlm_test::IngestServer;
+
+namespace {
+
+const std::string kLowerUUID = "[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}";
+
+TEST(CorePipeline, SessionOpensWithMetadataThenAnonymousIdentifyStampedFromZero) {
+    IngestServer server;
+    auto session = Session::make("app-1");
+    const double before = std::floor(qlm_test::nowMilliseconds());
+    auto core = Core::make(session, qlm_test::configurationFor(server));
+    ASSERT_TRUE(core);
+    core->start();
+    qlm_test::shutDownAndSettle(core);
+    const double after = std::ceil(qlm_test::nowMilliseconds());
+
+    EXPECT_TRUE(std::regex_match(session->recordingID(), std::regex("5-" + kLowerUUID)));
+    for (const auto& request : server.requests()) {
+        EXPECT_EQ(request.query,
+                  "a=app-1&r=" + session->recordingID() + "&t=" + session->tabID() + "&s=0&ir=t");
+    }
+    const auto events = server.events();
+    ASSERT_EQ(events.size(), 2u);
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        EXPECT_EQ(events[i].seqid(), i);
+        EXPECT_EQ(events[i].time(), std::floor(events[i].time()));
+        EXPECT_EQ(events[i].timeoffset(), std::floor(events[i].timeoffset()));
+        EXPECT_GE(events[i].time(), before);
+        EXPECT_LE(events[i].time(), after);
+        EXPECT_LE(events[i].timeoffset(), after - before);
+    }
+
+    ASSERT_EQ(events[0].type(), "qm.Metadata");
+    const auto device = qlm_test::innerMessage<qm::Metadata>(events[0]).deviceinfo();
+    EXPECT_EQ(device.devicetype(), qm::Metadata_DeviceInfo_DeviceType_IOS);
+    EXPECT_EQ(device.devicename(), platform::UIDevice::current()->model());
+    EXPECT_EQ(device.manufacturer(), "Apple");
+    EXPECT_EQ(device.release(), platform::UIDevice::current()->systemVersion());
+    EXPECT_EQ(qlm_test::innerMessage<qm::Metadata>(events[0]).sdkversion(), "1.0.0");
+
+    ASSERT_EQ(events[1].type(), "qm.Identify");
+    const auto identify = qlm_test::innerMessage<qm::Identify>(events[1]);
+    EXPECT_TRUE(identify.isanonymous());
+    EXPECT_TRUE(std::regex_match(identify.userid(), std::regex(kLowerUUID))) << identify.userid();
+}
+
+TEST(CorePipeline, ConcurrentCallersGetDistinctSequenceNumbers) {
+    constexpr int kThreads = 4;
+    constexpr int kPerThread = 250;
+    IngestServer server;
+    auto core = Core::make(Session::make("app-1"), qlm_test::configurationFor(server));
+    ASSERT_TRUE(core);
+    core->start();
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&core, t] {
+            for (int i = 0; i < kPerThread; ++i)
+                core->addEvent(EventType::logEvent, LogHandler::logEventFrom("LOG", {std::to_string(t)}));
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    qlm_test::shutDownAndSettle(core);
+
+    auto events = server.events();  // batches may overtake each other on the way
+    std::sort(events.begin(), events.end(),
+              [](const auto& a, const auto& b) { return a.seqid() < b.seqid(); });
+    ASSERT_EQ(events.size(), 2u + kThreads * kPerThread);
+    for (std::size_t i = 0; i < events.size(); ++i)
+        EXPECT_EQ(events[i].seqid(), i) << "given twice or skipped";
+}
+
+TEST(SessionURL, IsEmptyUntilRelayedThenNamesAppRecordingSessionAndTime) {
+    IngestServer server;
+    auto session = Session::make("app-1");
+    auto core = Core::make(session, qlm_test::configurationFor(server));
+    ASSERT_TRUE(core);
+    EXPECT_EQ(core->sessionURL(), "");
+
+    core->setDashboardURL("https://dash.example/board");
+    const double before = std::floor(qlm_test::nowMilliseconds());
+    const std::string url = core->sessionURL();
+    const double after = std::ceil(qlm_test::nowMilliseconds());
+    const std::string head = "https://dash.example/board/app-1/s/" + session->recordingID() + "/0?t=";
+    ASSERT_TRUE(url.starts_with(head)) << url;
+    const std::string time = url.substr(head.size());
+    ASSERT_TRUE(std::regex_match(time, std::regex("[0-9]+(\\.[0-9]+)?"))) << time;
+    EXPECT_GE(std::stod(time), before);
+    EXPECT_LE(std::stod(time), after);
+}
+
+}  // namespace

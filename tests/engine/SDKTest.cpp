@@ -1,0 +1,175 @@
+// The facade's process-wide behaviour. Whatever depends on the state at launch (queues not yet
+// flushed) runs in a fresh process of its own, so the tests hold in any order and in one run.
+#include <gtest/gtest-spi.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdio>
+#include <mutex>
+#include <thread>
+
+#include "engine/SDK.h"
+#include "tests/engine/EngineTestSupport.h"
+#include "tests/support/LogCapture.h"
+#include "wire/qm_core.pb.h"
+
+using namespace quillmere;
+using qlm_test::IngestServer;
+
+namespace {
+
+// The parent shows only the child's standard error, so the child prints its own failures there.
+void inFreshProcess(void (*scenario)()) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            ::testing::TestPartResultArray results;
+            {
+                const ::testing::ScopedFakeTestPartResultReporter reporter(
+                    ::testing::ScopedFakeTestPartResultReporter::INTERCEPT_ALL_THREADS, &results);
+                scenario();
+            }
+            int failures = 0;
+            for (int i = 0; i < results.size(); ++i) {
+                const auto& result = results.GetTestPartResult(i);
+                if (!result.failed()) continue;
+                ++failures;
+                std::fprintf(stderr, "%s:%d: %s\n", result.file_name() ? result.file_name() : "?",
+                             result.line_number(), result.message());
+            }
+            std::_Exit(failures == 0 ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+void shutDownAndSettle() {
+    auto core = SDK::currentCore();
+    ASSERT_TRUE(core);
+    platform::dispatch_sync(core->queue(), [] {});
+    std::weak_ptr<Uploader> uploader = core->uploader();
+    core.reset();
+    SDK::shutdown();
+    EXPECT_FALSE(SDK::currentCore());
+    EXPECT_TRUE(qlm_test::waitUntil([&] { return uploader.expired(); }, std::chrono::milliseconds(10000)));
+}
+
+void heldCallsRunAfterStartInOrder() {
+    const std::string overflow = "Quillmere: Quillmere initialization task queue has reached maximum size.";
+    qlm_test::LogCapture log;
+    IngestServer server;
+    for (int i = 0; i < 100; ++i) SDK::identify("held-" + std::to_string(i), std::nullopt);
+    SDK::addLog("WARN", {"refused, with the message"});
+    SDK::identify("refused-silently", std::nullopt);
+    EXPECT_EQ(SDK::initializationTaskQueue().heldCount(), 100u);
+    EXPECT_EQ(log.lines(), std::vector<std::string>{overflow});
+
+    ASSERT_TRUE(SDK::initialize(qlm_test::configurationFor(server)));
+    SDK::addLog("INFO", {"runs at once"});
+    shutDownAndSettle();
+    SDK::addLog("LOG", {"dropped after shutdown"});
+    EXPECT_EQ(SDK::initializationTaskQueue().heldCount(), 0u);
+
+    const auto events = server.events();
+    // Metadata, the automatic identify, the nine held calls the limit of ten lets through, the log.
+    ASSERT_EQ(events.size(), 12u);
+    for (int i = 0; i < 9; ++i) {
+        EXPECT_EQ(qlm_test::innerMessage<qm::Identify>(events[2 + i]).userid(), "held-" + std::to_string(i));
+    }
+    EXPECT_EQ(qlm_test::innerMessage<qm::core::LogEvent>(events[11]).args(0).arson(), "runs at once");
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{overflow,
+                                                     "Quillmere: More than 10 identify calls on this "
+                                                     "page. Ignoring future calls."}));
+}
+
+TEST(SDKFacade, HeldCallsRunAfterStartInOrderUpToTheBound) {
+    inFreshProcess(heldCallsRunAfterStartInOrder);
+}
+
+void sessionURLWaitsForTheFirstAcceptedUpload() {
+    IngestServer server([](const qlm_test::HttpRequest&) {
+        return qlm_test::HttpResponse::text(
+            201, R"([{"type":"DASHBOARD_URL","data":{"dashboardURL":"https://dash.example/d"}}])");
+    });
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<std::string> urls;  // guarded by mutex
+    SDK::getSessionURL([&](std::string url) {
+        std::lock_guard lock(mutex);
+        urls.push_back(std::move(url));
+        changed.notify_all();
+    });
+    EXPECT_EQ(SDK::acceptanceTaskQueue().heldCount(), 1u);
+
+    ASSERT_TRUE(SDK::initialize(qlm_test::configurationFor(server)));
+    const std::string head = "https://dash.example/d/app-1/s/" + SDK::currentCore()->session()->recordingID();
+    {
+        std::unique_lock lock(mutex);
+        ASSERT_TRUE(changed.wait_for(lock, std::chrono::seconds(10), [&] { return !urls.empty(); }));
+        EXPECT_TRUE(urls[0].starts_with(head)) << urls[0];
+    }
+    std::string atOnce;
+    SDK::getSessionURL([&](std::string url) { atOnce = std::move(url); });
+    EXPECT_TRUE(atOnce.starts_with(head)) << atOnce;
+    shutDownAndSettle();
+
+    bool called = false;
+    SDK::getSessionURL([&](std::string) { called = true; });
+    EXPECT_FALSE(called) << "flushed and nothing runs: the completion is dropped";
+}
+
+TEST(SDKFacade, SessionURLWaitsForTheFirstAcceptedUpload) {
+    inFreshProcess(sessionURLWaitsForTheFirstAcceptedUpload);
+}
+
+TEST(SDKFacade, RacingInitializeStartsExactlyOnce) {
+    constexpr int kThreads = 8;
+    qlm_test::LogCapture log;
+    IngestServer server;
+    const auto configuration = qlm_test::configurationFor(server);
+    std::atomic<bool> go{false};
+    std::atomic<int> started{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&] {
+            while (!go.load()) std::this_thread::yield();
+            if (SDK::initialize(configuration)) ++started;
+        });
+    }
+    go.store(true);
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(started.load(), 1);
+    EXPECT_EQ(log.count("Quillmere: SDK has already been initialized!"),
+              static_cast<std::size_t>(kThreads - 1));
+    shutDownAndSettle();
+    EXPECT_EQ(server.events().size(), 2u) << "one session: one metadata and one identify";
+}
+
+class InitializeWithoutAnIngestURL : public ::testing::TestWithParam<std::pair<const char*, const char*>> {};
+
+TEST_P(InitializeWithoutAnIngestURL, RefusesWithOneLineAndStartsNothing) {
+    const auto [appID, serverURL] = GetParam();
+    qlm_test::LogCapture log;
+    auto configuration = std::make_shared<Configuration>(appID);
+    configuration->setServerURL(serverURL);
+    EXPECT_FALSE(SDK::initialize(configuration));
+    EXPECT_FALSE(SDK::currentCore());
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(lines[0].starts_with(std::string("Quillmere: Cannot form the ingest URL from \"") +
+                                     serverURL + "?a=" + appID + "&r=5-"))
+        << lines[0];
+    EXPECT_TRUE(lines[0].ends_with("&s=0&ir=t\"; not starting.")) << lines[0];
+
+    // Nothing was left half-started: a good configuration starts at once.
+    IngestServer server;
+    ASSERT_TRUE(SDK::initialize(qlm_test::configurationFor(server)));
+    shutDownAndSettle();
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, InitializeWithoutAnIngestURL,
+                         ::testing::Values(std::pair{"my app", "https://ingest.example/i"},
+                                           std::pair{"app-1", "https://ingest example/i"},
+                                           std::pair{"100%", "https://ingest.example/i"}));
+
+}  // namespace
