@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 // Every saved input in `folder` (under the repository), decoded as the upload it stands for.
 std::vector<std::pair<std::string, IngestDecoding>> decodeEachIn(const std::string& folder) {
     std::vector<fs::path> files;
-    for (const auto& entry : fs::directory_iterator(fs::path(__FILE__).parent_path() / "../.." / folder))
+    for (const auto& entry : fs::directory_iterator(fs::path(QLM_SOURCE_DIR) / folder))
         files.push_back(entry.path());
     std::sort(files.begin(), files.end());
     std::vector<std::pair<std::string, IngestDecoding>> decoded;
