@@ -1,10 +1,10 @@
 #include "engine/Core.h"
 
 #include <charconv>
-#include <climits>
 #include <cmath>
 
 #include "engine/BundleInfo.h"
+#include "engine/MessageEncoding.h"
 #include "engine/SDK.h"
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSDate.h"
@@ -128,14 +128,14 @@ std::optional<qm::Event> Core::stampEvent(EventType type) {
 void Core::finishEvent(const std::weak_ptr<Core>& weakCore, qm::Event& event,
                        const google::protobuf::MessageLite& message) noexcept {
     try {
-        const std::size_t size = message.ByteSizeLong();
-        if (size > static_cast<std::size_t>(INT_MAX)) {
-            platform::NSLog("Quillmere: Failed to add event: the message of " + std::to_string(size) +
-                            " bytes is over the 2 GB that protobuf can encode");
+        std::string failure;
+        const auto size = encodableSize(message, failure);
+        if (!size) {
+            platform::NSLog("Quillmere: Failed to add event: " + failure);
             return;
         }
         std::string* data = event.mutable_data();
-        data->resize(size);
+        data->resize(*size);
         message.SerializeWithCachedSizesToArray(reinterpret_cast<uint8_t*>(data->data()));
         const auto core = weakCore.lock();
         if (!core) return;

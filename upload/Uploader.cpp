@@ -1,9 +1,9 @@
 #include "upload/Uploader.h"
 
-#include <climits>
 #include <exception>
 #include <memory>
 
+#include "engine/MessageEncoding.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/foundation/NSString.h"
 #include "platform/url/NSHTTPURLResponse.h"
@@ -17,9 +17,11 @@ namespace {
 
 constexpr double kRequestTimeoutSeconds = 60.0;
 
-platform::DispatchTime nextFiring() {
-    return platform::DispatchTime::now() +
-           platform::DispatchTimeInterval::milliseconds(Uploader::kRepeatIntervalMilliseconds);
+// One-shot, one interval from now: the pause runs from the end of a send to the next firing.
+void scheduleNextFiring(platform::DispatchSourceTimer& source) {
+    source.schedule(platform::DispatchTime::now() +
+                        platform::DispatchTimeInterval::milliseconds(Uploader::kRepeatIntervalMilliseconds),
+                    platform::DispatchTimeInterval::never(), platform::DispatchTimeInterval::nanosecondsInterval(0));
 }
 
 }  // namespace
@@ -68,8 +70,7 @@ std::shared_ptr<platform::DispatchSourceTimer> Uploader::timer() {
 
 void Uploader::start() {
     const auto source = timer();
-    source->schedule(nextFiring(), platform::DispatchTimeInterval::never(),
-                     platform::DispatchTimeInterval::nanosecondsInterval(0));
+    scheduleNextFiring(*source);
     // Weakly: a pending firing must not keep a dropped Uploader alive.
     source->setEventHandler(platform::DispatchQoS::unspecified, platform::DispatchWorkItemFlags::none,
                             [weak = weak_from_this()] {
@@ -136,12 +137,9 @@ void Uploader::send() {
 }
 
 std::shared_ptr<platform::NSData> Uploader::encode(const qm::EventList& list, std::string& failure) {
-    const std::size_t size = list.ByteSizeLong();
-    if (size > static_cast<std::size_t>(INT_MAX)) {
-        failure = "the batch of " + std::to_string(size) + " bytes is over the 2 GB that protobuf can encode";
-        return nullptr;
-    }
-    std::vector<uint8_t> bytes(size);
+    const auto size = encodableSize(list, failure);
+    if (!size) return nullptr;
+    std::vector<uint8_t> bytes(*size);
     list.SerializeWithCachedSizesToArray(bytes.data());
     return std::make_shared<platform::NSData>(std::move(bytes));
 }
@@ -156,10 +154,7 @@ void Uploader::putBack(qm::EventList& list) {
 
 void Uploader::rearm() {
     const auto source = timer();
-    if (!source->isCancelled()) {
-        source->schedule(nextFiring(), platform::DispatchTimeInterval::never(),
-                         platform::DispatchTimeInterval::nanosecondsInterval(0));
-    }
+    if (!source->isCancelled()) scheduleNextFiring(*source);
 }
 
 void Uploader::uploadCompleted(const std::shared_ptr<platform::NSData>& data,
