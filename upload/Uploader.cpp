@@ -21,7 +21,8 @@ constexpr double kRequestTimeoutSeconds = 60.0;
 void scheduleNextFiring(platform::DispatchSourceTimer& source) {
     source.schedule(platform::DispatchTime::now() +
                         platform::DispatchTimeInterval::milliseconds(Uploader::kRepeatIntervalMilliseconds),
-                    platform::DispatchTimeInterval::never(), platform::DispatchTimeInterval::nanosecondsInterval(0));
+                    platform::DispatchTimeInterval::never(),
+                    platform::DispatchTimeInterval::nanosecondsInterval(0));
 }
 
 }  // namespace
