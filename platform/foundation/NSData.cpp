@@ -9,9 +9,15 @@ std::shared_ptr<NSData> NSData::dataWithBytes(const void* bytes, std::size_t len
     return std::make_shared<NSData>(std::vector<uint8_t>(begin, begin + length));
 }
 
+std::shared_ptr<NSData> NSData::dataWithProducer(std::function<std::vector<uint8_t>()> producer) {
+    auto data = std::make_shared<NSData>();
+    data->producer_ = std::move(producer);
+    return data;
+}
+
 bool NSData::isEqual(const NSObject* other) const {
     auto d = dynamic_cast<const NSData*>(other);
-    return d != nullptr && d->bytes_ == bytes_;
+    return d != nullptr && d->view() == view();
 }
 
 std::size_t NSData::hash() const { return std::hash<std::string_view>{}(view()); }

@@ -1,7 +1,13 @@
 #pragma once
 // Byte buffers. NSData is immutable and shared by reference; NSMutableData grows.
+//
+// Some data is made on first read (NSData::dataWithProducer): the producer runs once, on the
+// first thread that reads the bytes, and every reader sees the same bytes. Reading is safe from
+// any number of threads.
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,16 +28,31 @@ public:
         return dataWithBytes(bytes.data(), bytes.size());
     }
 
-    const uint8_t* bytes() const { return bytes_.data(); }
-    std::size_t length() const { return bytes_.size(); }
-    std::string_view view() const { return {reinterpret_cast<const char*>(bytes_.data()), bytes_.size()}; }
+    // Stand-in only: data whose bytes `producer` makes when they are first read.
+    static std::shared_ptr<NSData> dataWithProducer(std::function<std::vector<uint8_t>()> producer);
+
+    const uint8_t* bytes() const { return materialized().data(); }
+    std::size_t length() const { return materialized().size(); }
+    std::string_view view() const {
+        const auto& b = materialized();
+        return {reinterpret_cast<const char*>(b.data()), b.size()};
+    }
     std::string string() const { return std::string(view()); }
 
     bool isEqual(const NSObject* other) const override;
     std::size_t hash() const override;
 
 protected:
-    std::vector<uint8_t> bytes_;
+    const std::vector<uint8_t>& materialized() const {
+        if (producer_) std::call_once(produced_, [this] { bytes_ = producer_(); });
+        return bytes_;
+    }
+    // Written once by the producer under produced_, or only by NSMutableData's own thread.
+    mutable std::vector<uint8_t> bytes_;
+
+private:
+    std::function<std::vector<uint8_t>()> producer_;  // set at construction, never changed
+    mutable std::once_flag produced_;
 };
 
 class NSMutableData : public NSData {
