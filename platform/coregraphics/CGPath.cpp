@@ -83,21 +83,24 @@ CGMutablePathRef CGPathCreateMutableCopy(const CGPathRef& path) {
 
 CGPathRef CGPathCreateWithRect(CGRect rect, const CGAffineTransform* transform) {
     CGMutablePath path;
+    path.reserve(5);
     path.addRect(rect, transform);
-    return std::make_shared<CGPath>(path.elements());
+    return path.take();
 }
 
 CGPathRef CGPathCreateWithEllipseInRect(CGRect rect, const CGAffineTransform* transform) {
     CGMutablePath path;
+    path.reserve(10);
     path.addEllipseInRect(rect, transform);
-    return std::make_shared<CGPath>(path.elements());
+    return path.take();
 }
 
 CGPathRef CGPathCreateWithRoundedRect(CGRect rect, CGFloat cornerWidth, CGFloat cornerHeight,
                                       const CGAffineTransform* transform) {
     CGMutablePath path;
+    path.reserve(10);
     path.addRoundedRect(rect, cornerWidth, cornerHeight, transform);
-    return std::make_shared<CGPath>(path.elements());
+    return path.take();
 }
 
 void CGPathMoveToPoint(const CGMutablePathRef& path, const CGAffineTransform* m, CGFloat x, CGFloat y) {

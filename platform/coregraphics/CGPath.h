@@ -41,6 +41,12 @@ public:
     bool hasCurrentPoint() const { return hasCurrentPoint_; }
     // An immutable path with the same elements.
     std::shared_ptr<const CGPath> copy() const { return std::make_shared<CGPath>(elements_); }
+    // An immutable path that takes the elements; this path is left empty.
+    std::shared_ptr<const CGPath> take() {
+        hasCurrentPoint_ = false;
+        return std::make_shared<CGPath>(std::move(elements_));
+    }
+    void reserve(std::size_t count) { elements_.reserve(count); }
 
 private:
     bool hasCurrentPoint_ = false;

@@ -91,18 +91,27 @@ void UIImage::drawInRect(CGRect rect) const {
         for (const auto& column : columns) {
             if (row.srcLength <= 0 || column.srcLength <= 0 || row.dstLength <= 0 || column.dstLength <= 0)
                 continue;
-            const CGImageRef part = CGImageCreateWithImageInRect(
-                image_, CGRectMake(column.srcStart, row.srcStart, column.srcLength, row.srcLength));
-            if (!part) continue;
             const CGRect cell = CGRectMake(column.dstStart, row.dstStart, column.dstLength, row.dstLength);
             if (tile && (column.middle || row.middle)) {
+                const CGImageRef part = CGImageCreateWithImageInRect(
+                    image_, CGRectMake(column.srcStart, row.srcStart, column.srcLength, row.srcLength));
+                if (!part) continue;
                 // Tiles keep the image's scale along the axes they repeat on.
                 drawTiled(context, cell,
                           CGSizeMake(column.middle ? column.srcLength / scale_ : cell.size.width,
                                      row.middle ? row.srcLength / scale_ : cell.size.height),
                           part);
             } else {
-                drawUpright(context, cell, part);
+                // The whole image, placed so that this part of it fills the cell, seen through the
+                // cell: no copy of the pixels, and a PDF keeps one image for all nine parts.
+                const double sx = cell.size.width / column.srcLength, sy = cell.size.height / row.srcLength;
+                CGContextSaveGState(context);
+                CGContextClipToRect(context, cell);
+                drawUpright(context,
+                            CGRectMake(cell.origin.x - column.srcStart * sx, cell.origin.y - row.srcStart * sy,
+                                       width * sx, height * sy),
+                            image_);
+                CGContextRestoreGState(context);
             }
         }
     }

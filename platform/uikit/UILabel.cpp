@@ -1,5 +1,7 @@
 #include "platform/uikit/UILabel.h"
 
+#include <algorithm>
+
 namespace platform {
 
 void UILabel::setFont(std::shared_ptr<UIFont> font) {
@@ -18,7 +20,9 @@ void UILabel::drawTextInRect(CGRect rect) {
     if (!text_ || text_->empty()) return;
     rect = CGRectStandardize(rect);
     const NSStringDrawingAttributes attributes{font_, textColor_, alignment_};
-    const CGFloat height = NSStringSizeWithAttributes(*text_, attributes).height;
+    // Only the height centres the text; measuring the width would cost a glyph layout per capture.
+    const auto lines = static_cast<CGFloat>(std::count(text_->begin(), text_->end(), '\n') + 1);
+    const CGFloat height = lines * font_->lineHeight();
     NSStringDrawInRect(
         *text_,
         CGRectMake(rect.origin.x, rect.origin.y + (rect.size.height - height) / 2, rect.size.width, height),

@@ -3,6 +3,8 @@
 #include <cairo.h>
 
 #include <cmath>
+#include <map>
+#include <utility>
 
 namespace platform::detail {
 
@@ -43,11 +45,17 @@ cairo_t* scratchFor(const UIFont& font) {
 }  // namespace
 
 FontMetrics fontMetrics(const UIFont& font) {
+    // Every label asks at every capture, and a screen has few fonts: remember them per thread.
+    thread_local std::map<std::pair<double, bool>, FontMetrics> known;
+    const auto key = std::make_pair(font.pointSize(), font.isBold());
+    if (auto it = known.find(key); it != known.end()) return it->second;
     cairo_t* cr = scratchFor(font);
     if (cr == nullptr) return {};
     cairo_font_extents_t extents{};
     cairo_font_extents(cr, &extents);
-    return {extents.ascent, extents.descent, extents.height};
+    FontMetrics metrics{extents.ascent, extents.descent, extents.height};
+    if (known.size() < 256) known.emplace(key, metrics);
+    return metrics;
 }
 
 double textAdvance(const UIFont& font, const std::string& line) {
