@@ -1,8 +1,12 @@
 #include "engine/Core.h"
 
+#include <unistd.h>
+
 #include <charconv>
 #include <cmath>
 
+#include "capture/log/LogHandler.h"
+#include "capture/screen/RootViewScanner.h"
 #include "engine/BundleInfo.h"
 #include "engine/MessageEncoding.h"
 #include "engine/SDK.h"
@@ -48,9 +52,11 @@ std::shared_ptr<Core> Core::make(std::shared_ptr<Session> session,
     core->uploader_ =
         Uploader::make(core->session_, core->configuration_->serverURL(), core->weak_from_this());
     if (!core->uploader_) return nullptr;
-    // RootViewScanner: comes with screen capture.
-    // LogHandler, which duplicates descriptors 1 and 2 whether or not log capture is on: comes with
-    // log capture.
+    // The scanner holds the Core strongly in turn, so the two outlive SDK's reference together.
+    core->viewScanner_ = RootViewScanner::make(core, *core->configuration_);
+    // Holds the Core strongly too. Its copies of descriptors 1 and 2 are taken whether or not log
+    // capture is on.
+    core->logHandler_ = LogHandler::make(core);
     // NetworkRequestInterceptor: comes with network capture.
     // QLMReactNativeSwizzler: comes with the React Native integration.
     return core;
@@ -71,12 +77,8 @@ void Core::start() {
     if (configuration_->networkCaptureEnabled()) {
         // Registering NetworkShim and swizzling protocolClasses: come with network capture.
     }
-    if (configuration_->logCaptureEnabled()) {
-        // LogHandler.start: comes with log capture.
-    }
-    if (configuration_->viewScanningEnabled()) {
-        // RootViewScanner.start: comes with screen capture.
-    }
+    if (configuration_->logCaptureEnabled()) logHandler_->start();
+    if (configuration_->viewScanningEnabled()) viewScanner_->start();
 }
 
 void Core::shutdown() {
@@ -85,10 +87,15 @@ void Core::shutdown() {
         // Unregistering NetworkShim and swizzling protocolClasses back: come with network capture.
     }
     if (configuration_->logCaptureEnabled()) {
-        // Restoring descriptors 1 and 2 from the LogHandler's copies: comes with log capture.
+        // The pipes, their observers and pending reads stay: only the descriptors go back.
+        ::dup2(logHandler_->stdoutCopy(), STDOUT_FILENO);
+        ::dup2(logHandler_->stderrCopy(), STDERR_FILENO);
+        ::close(logHandler_->stdoutCopy());
+        ::close(logHandler_->stderrCopy());
     }
     if (configuration_->viewScanningEnabled()) {
-        // Cancelling the RootViewScanner's timer: comes with screen capture.
+        const auto timer = viewScanner_->timer();
+        if (!timer->isCancelled()) timer->cancel();
     }
     // QLMReactNativeSwizzler.deswizzle, unconditionally: comes with the React Native integration.
     uploader_->stop();

@@ -30,6 +30,9 @@
 
 namespace quillmere {
 
+class LogHandler;
+class RootViewScanner;
+
 class Core final : public ReadyStateDelegate, public std::enable_shared_from_this<Core> {
 public:
     using Traits = std::map<std::string, std::string>;
@@ -78,6 +81,11 @@ public:
     const std::shared_ptr<Configuration>& configuration() const { return configuration_; }
     const std::shared_ptr<Session>& session() const { return session_; }
     const std::shared_ptr<Uploader>& uploader() const { return uploader_; }
+    // Made whatever the configuration says; it runs only if view scanning is on at start.
+    const std::shared_ptr<RootViewScanner>& viewScanner() const { return viewScanner_; }
+    // Made whatever the configuration says, holding copies of descriptors 1 and 2; it captures
+    // only if log capture is on at start.
+    const std::shared_ptr<LogHandler>& logHandler() const { return logHandler_; }
     // The core queue: serial, so work submitted after an addEvent runs after its second half.
     const platform::dispatch_queue_t& queue() const { return queue_; }
     // Request numbers of captured HTTP exchanges.
@@ -100,6 +108,8 @@ private:
     const platform::dispatch_queue_t queue_;
     // Set once by make(), before the Core is shared; immutable after.
     std::shared_ptr<Uploader> uploader_;
+    std::shared_ptr<RootViewScanner> viewScanner_;
+    std::shared_ptr<LogHandler> logHandler_;
 
     mutable std::mutex dashboardMutex_;
     std::optional<std::string> dashboardURL_;  // guarded by dashboardMutex_

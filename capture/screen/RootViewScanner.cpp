@@ -1,0 +1,126 @@
+#include "capture/screen/RootViewScanner.h"
+
+#include <cstdint>
+#include <exception>
+#include <utility>
+#include <vector>
+
+#include "capture/screen/RecursiveViewProcessor.h"
+#include "engine/Core.h"
+#include "platform/coregraphics/CGGeometry.h"
+#include "platform/dispatch/DispatchQueue.h"
+#include "platform/foundation/NSThread.h"
+#include "platform/uikit/UIApplication.h"
+#include "platform/uikit/UIScreen.h"
+#include "platform/uikit/UIViewController.h"
+
+namespace quillmere {
+
+namespace {
+
+// The wire's size fields are 32-bit. Every real screen fits; for anything else the nearest value
+// that does: NaN and negative sizes give 0, sizes past the range its maximum. Within it, the
+// points are truncated toward zero.
+uint32_t wireDimension(platform::CGFloat points) {
+    if (!(points > 0)) return 0;
+    if (points >= 4294967296.0) return UINT32_MAX;
+    return static_cast<uint32_t>(points);
+}
+
+}  // namespace
+
+std::shared_ptr<RootViewScanner> RootViewScanner::make(std::shared_ptr<Core> eventAdder,
+                                                       const Configuration& configuration) {
+    return std::shared_ptr<RootViewScanner>(new RootViewScanner(std::move(eventAdder), configuration));
+}
+
+RootViewScanner::RootViewScanner(std::shared_ptr<Core> eventAdder, const Configuration& configuration)
+    : eventAdder_(std::move(eventAdder)),
+      repeatInterval_(platform::DispatchTimeInterval::milliseconds(kRepeatIntervalMilliseconds)),
+      registerTouchHandlers_(configuration.registerTouchHandlers()),
+      viewProcessor_(std::make_unique<RecursiveViewProcessor>(configuration.redactionTags())),
+      trackedWindows_(platform::NSHashTable<platform::UIWindow>::weakObjectsHashTable()) {}
+
+std::shared_ptr<platform::DispatchSourceTimer> RootViewScanner::timer() {
+    std::lock_guard lock(timerMutex_);
+    if (!timer_) {
+        timer_ = platform::DispatchSourceTimer::makeTimerSource(
+            platform::DispatchTimerFlags::none,
+            platform::DispatchQueue::global(platform::DispatchQoS::default_));
+    }
+    return timer_;
+}
+
+void RootViewScanner::start() {
+    const auto source = timer();
+    armOnce(*source);
+    // Weakly: a pending firing must not keep a dropped scanner alive.
+    source->setEventHandler(platform::DispatchQoS::unspecified, platform::DispatchWorkItemFlags::none,
+                            [weak = weak_from_this()] {
+                                if (auto self = weak.lock()) self->captureScreen();
+                            });
+    source->activate();
+}
+
+void RootViewScanner::captureScreen() {
+    // The hop below would wait for this very thread.
+    if (platform::NSThread::isMainThread()) return;
+    try {
+        PendingCapture capture;
+        platform::dispatch_sync(platform::DispatchQueue::main(), [this, &capture] {
+            try {
+                scanWindows(capture);
+            } catch (const std::exception&) {
+                // Out of memory while drawing: this capture goes out without a page.
+                capture.page.reset();
+            }
+        });
+        // Only now are the PDF's bytes made from what the walk recorded: reading them here, on the
+        // timer's thread, keeps that work off the main thread.
+        if (capture.page) capture.message.set_pdfdata(capture.page->bytes(), capture.page->length());
+        capture.page.reset();
+        const platform::CGRect screen = platform::UIScreen::mainScreen()->bounds();
+        capture.message.set_height(wireDimension(platform::CGRectGetHeight(screen)));
+        capture.message.set_width(wireDimension(platform::CGRectGetWidth(screen)));
+        eventAdder_->addEvent(EventType::pdfViewCapture, std::move(capture.message));
+    } catch (const std::exception&) {
+        // Only allocation can fail here; the capture is lost, and scanning goes on.
+    }
+    // The pause runs from here. After a cancel this has no effect.
+    armOnce(*timer());
+}
+
+void RootViewScanner::scanWindows(PendingCapture& capture) {
+    std::vector<std::shared_ptr<platform::UIView>> rootViews;
+    // Every window counts that has a root view controller with a view, hidden or not, key or not:
+    // whether its view is drawn is the processor's call, and the recognizer goes on regardless.
+    for (const auto& window : platform::UIApplication::sharedApplication()->windows()) {
+        const auto controller = window->rootViewController();
+        if (!controller) continue;
+        auto view = controller->view();
+        if (!view) continue;
+        rootViews.push_back(std::move(view));
+
+        if (registerTouchHandlers_ && !trackedWindows_->containsObject(window)) {
+            // On the window itself, not its root view, so touches anywhere in it are seen. Touch
+            // capture attaches its recognizer here.
+            if (const auto recognizer = makeTouchRecognizer()) {
+                window->addGestureRecognizer(recognizer);
+                trackedWindows_->addObject(window);
+            }
+        }
+    }
+    // Kept unread: reading the bytes is what makes the document, and that waits for the timer's thread.
+    capture.page = viewProcessor_->renderViews(rootViews);
+}
+
+void RootViewScanner::armOnce(platform::DispatchSourceTimer& source) const {
+    source.schedule(platform::DispatchTime::now() + repeatInterval_, platform::DispatchTimeInterval::never(),
+                    platform::DispatchTimeInterval::nanosecondsInterval(0));
+}
+
+std::shared_ptr<platform::UIGestureRecognizer> RootViewScanner::makeTouchRecognizer() const {
+    return nullptr;
+}
+
+}  // namespace quillmere
