@@ -1,5 +1,6 @@
-// A headless demo host: the part of an app that starts Quillmere, identifies its user, logs, lets
-// the main run loop turn for a while, asks for the replay URL and shuts the library down.
+// A headless demo host: the part of an app that starts Quillmere, identifies its user, shows a
+// screen (a sign-in form over a scrolling list), logs, lets the main run loop turn for a while,
+// asks for the replay URL and shuts the library down.
 //
 //   quillmere-demo --server http://127.0.0.1:PORT/i [--app-id ID] [--seconds N]
 #include <atomic>
@@ -11,6 +12,7 @@
 
 #include "engine/Configuration.h"
 #include "engine/SDK.h"
+#include "examples/demo-host/DemoScreen.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/dispatch/DispatchSourceTimer.h"
 #include "platform/foundation/NSDate.h"
@@ -77,6 +79,15 @@ int main(int argc, char** argv) {
     SDK::identify("user-42", std::map<std::string, std::string>{
                                  {"name", "Ada Lovelace"}, {"email", "ada@example.com"}, {"plan", "pro"}});
 
+    // The app's window, as an app shows it once it has launched; the library records it from here on.
+    const auto screen = demo::DemoScreen::make();
+    // The user scrolls the list now and then, so the recorded pages differ.
+    auto scroller = DispatchSourceTimer::makeTimerSource(DispatchTimerFlags::none, DispatchQueue::main());
+    scroller->schedule(DispatchTime::now() + DispatchTimeInterval::seconds(2),
+                       DispatchTimeInterval::seconds(2));
+    scroller->setEventHandler([screen = screen.get()] { screen->scrollList(); });
+    scroller->activate();
+
     // The app's own work: a timer on a background queue that hops to the main thread now and then.
     auto ticks = std::make_shared<std::atomic<int>>(0);
     auto timer = DispatchSourceTimer::makeTimerSource(DispatchTimerFlags::none, DispatchQueue::global());
@@ -85,6 +96,9 @@ int main(int argc, char** argv) {
         dispatch_sync(DispatchQueue::main(), [ticks] {
             const int n = ++*ticks;
             SDK::addLog(n % 3 == 0 ? "WARN" : "LOG", {"tick", std::to_string(n)});
+            // The app's own console output, which the library records as it passes.
+            std::printf("demo: synced the cart (tick %d)\n", n);
+            if (n % 4 == 0) std::fprintf(stderr, "demo: the cart service answered slowly (tick %d)\n", n);
         });
     });
     timer->activate();
@@ -103,6 +117,7 @@ int main(int argc, char** argv) {
     runMainLoop(options.seconds);
     runMainLoop(5.0, &reply->arrived);  // the first accepted upload comes about a second after start
     timer->cancel();
+    scroller->cancel();
     SDK::shutdown();
 
     if (!reply->arrived.load() || reply->url.empty()) {

@@ -43,9 +43,14 @@ void LogCapture::restore() {
         saved_ = -1;
     }
     if (pipe_[1] >= 0) {
-        ::close(pipe_[1]);  // with descriptor 2 restored this was the last writer: the reader sees the end
+        ::close(pipe_[1]);
         pipe_[1] = -1;
     }
+    // Copies of descriptor 2 taken meanwhile (a Core keeps two for good) may hold the pipe open, so
+    // its end may never come: whatever was written before the restore is in the pipe by now, and
+    // the reader's last drain takes it.
+    std::lock_guard lock(mutex_);
+    restored_ = true;
 }
 
 void LogCapture::readLoop() {
@@ -54,7 +59,7 @@ void LogCapture::readLoop() {
         ::poll(&ready, 1, 100);
         std::lock_guard lock(mutex_);
         drainLocked();
-        if (ended_) return;
+        if (ended_ || restored_) return;
     }
 }
 

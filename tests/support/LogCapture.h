@@ -41,6 +41,7 @@ private:
     mutable std::vector<std::string> lines_;  // guarded by mutex_; diagnostics
     mutable std::string passOn_;              // guarded by mutex_; everything else
     mutable bool ended_ = false;              // guarded by mutex_; the pipe has no writer left
+    bool restored_ = false;                   // guarded by mutex_; descriptor 2 is back
 };
 
 }  // namespace qlm_test

@@ -1,0 +1,125 @@
+#include "tests/capture/log/LogTestSupport.h"
+
+#include <fcntl.h>
+#include <gtest/gtest-spi.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+#include "tests/support/Wait.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#include <sanitizer/common_interface_defs.h>
+#define QLM_SANITIZED_BUILD 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#include <sanitizer/common_interface_defs.h>
+#define QLM_SANITIZED_BUILD 1
+#endif
+#endif
+
+namespace qlm_test {
+
+Console::Console(int fd) : fd_(fd) {
+    std::fflush(stdout);
+    std::fflush(stderr);
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0) {
+        ADD_FAILURE() << "no pipe for the console";
+        return;
+    }
+    reading_ = ends[0];
+    ::fcntl(reading_, F_SETFL, ::fcntl(reading_, F_GETFL) | O_NONBLOCK);
+    saved_ = ::fcntl(fd_, F_DUPFD_CLOEXEC, 0);
+    ::dup2(ends[1], fd_);
+    ::close(ends[1]);
+    stop_ = ::eventfd(0, EFD_CLOEXEC);
+    reader_ = std::thread([this] { readLoop(); });
+}
+
+Console::~Console() {
+    if (saved_ >= 0) {
+        ::dup2(saved_, fd_);
+        ::close(saved_);
+    }
+    if (reader_.joinable()) {
+        const uint64_t one = 1;
+        [[maybe_unused]] const auto written = ::write(stop_, &one, sizeof one);
+        reader_.join();
+    }
+    if (stop_ >= 0) ::close(stop_);
+    if (reading_ >= 0) ::close(reading_);
+}
+
+std::string Console::text() const {
+    std::lock_guard lock(mutex_);
+    return text_;
+}
+
+bool Console::waitFor(std::string_view expected, std::chrono::milliseconds timeout) {
+    return runMainLoopUntil([&] { return text().find(expected) != std::string::npos; }, timeout);
+}
+
+bool Console::isBehind(int fd) const {
+    struct stat behind = {};
+    struct stat own = {};
+    if (::fstat(fd, &behind) != 0 || ::fstat(reading_, &own) != 0) return false;
+    return behind.st_dev == own.st_dev && behind.st_ino == own.st_ino;
+}
+
+void Console::readLoop() {
+    // Other holders of the writing end (the library's copies) may outlive the console, so the end
+    // of the pipe never comes: the eventfd ends the loop, after a last drain.
+    char buffer[64 * 1024];
+    bool stopping = false;
+    bool ended = false;  // no writer is left: only the eventfd is worth waiting for
+    while (!stopping) {
+        pollfd ready[2] = {{stop_, POLLIN, 0}, {reading_, POLLIN, 0}};
+        if (::poll(ready, ended ? 1 : 2, -1) < 0 && errno != EINTR) return;
+        stopping = ready[0].revents != 0;
+        for (;;) {
+            const ssize_t n = ::read(reading_, buffer, sizeof buffer);
+            if (n < 0 && errno == EINTR) continue;
+            if (n == 0) ended = true;
+            if (n <= 0) break;
+            std::lock_guard lock(mutex_);
+            text_.append(buffer, static_cast<std::size_t>(n));
+        }
+    }
+}
+
+void inChildProcess(void (*scenario)()) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+#ifdef QLM_SANITIZED_BUILD
+            // Reports go where the parent looks, not into a console that the scenario stands up.
+            const int reports = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+            __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(reports)));
+#endif
+            ::testing::TestPartResultArray results;
+            {
+                const ::testing::ScopedFakeTestPartResultReporter reporter(
+                    ::testing::ScopedFakeTestPartResultReporter::INTERCEPT_ALL_THREADS, &results);
+                scenario();
+            }
+            int failures = 0;
+            for (int i = 0; i < results.size(); ++i) {
+                const auto& result = results.GetTestPartResult(i);
+                if (!result.failed()) continue;
+                ++failures;
+                std::fprintf(stderr, "%s:%d: %s\n", result.file_name() ? result.file_name() : "?",
+                             result.line_number(), result.message());
+            }
+            std::_Exit(failures == 0 ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+}  // namespace qlm_test
