@@ -149,23 +149,6 @@ TEST(LayerRendering, BackgroundHonoursCornerRadiusAndBorderIsInside) {
     EXPECT_TRUE(canvas.is(20, 6, kWhitePixel));
 }
 
-TEST(LayerRendering, SublayersStackByZPositionThenByOrder) {
-    auto layer = filled(CGRectMake(0, 0, 30, 10), nullptr);
-    const CGRect cell = CGRectMake(0, 0, 10, 10);
-    // Left: the first added has the higher z; middle: equal z, the later wins; right: negative z.
-    auto highFirst = filled(cell, kRed), low = filled(cell, kGreen);
-    highFirst->setZPosition(1);
-    auto first = filled(CGRectOffset(cell, 10, 0), kRed), second = filled(CGRectOffset(cell, 10, 0), kBlue);
-    auto below = filled(CGRectOffset(cell, 20, 0), kRed), above = filled(CGRectOffset(cell, 20, 0), kGreen);
-    below->setZPosition(-1);
-    for (const auto& l : {above, highFirst, low, first, second, below}) layer->addSublayer(l);
-    Canvas canvas(30, 10);
-    canvas.render(*layer);
-    EXPECT_TRUE(canvas.is(5, 5, kRedPixel));
-    EXPECT_TRUE(canvas.is(15, 5, kBluePixel));
-    EXPECT_TRUE(canvas.is(25, 5, kGreenPixel));
-}
-
 TEST(LayerRendering, MasksToBoundsClipsSublayersToTheRoundedBounds) {
     for (const bool masks : {false, true}) {
         SCOPED_TRACE(masks);
@@ -203,38 +186,5 @@ TEST(LayerRendering, MaskLayerLetsThroughOnlyWhereItIsOpaqueWhicheverWayUp) {
     }
 }
 
-TEST(LayerRendering, SublayersArePlacedInTheSuperlayersBoundsWithTheirTransform) {
-    auto root = filled(CGRectMake(0, 0, 40, 40), nullptr);
-    root->setBounds(CGRectMake(0, 100, 40, 40));  // scrolled down by 100
-    auto scaled = filled(CGRectMake(15, 115, 10, 10), kRed);
-    scaled->setAffineTransform(CGAffineTransformMakeScale(2, 2));  // about its centre (20, 120)
-    root->addSublayer(scaled);
-    Canvas canvas(40, 40);
-    canvas.render(*root);
-    EXPECT_TRUE(canvas.is(11, 11, kRedPixel));
-    EXPECT_TRUE(canvas.is(29, 29, kRedPixel));
-    EXPECT_TRUE(canvas.is(8, 8, kClear));
-    EXPECT_TRUE(canvas.is(32, 32, kClear));
-}
-
-TEST(LayerRendering, ContentsCentreKeepsTheCornersOfStretchedContents) {
-    // 3 by 3 pixels: red corners, green edges, blue centre.
-    Canvas image(3, 3);
-    for (int i = 0; i < 9; ++i) {
-        const bool corner = i % 3 != 1 && i / 3 != 1, centre = i == 4;
-        CGContextSetFillColorWithColor(image.context, corner ? kRed : centre ? kBlue : kGreen);
-        CGContextFillRect(image.context, CGRectMake(i % 3, i / 3, 1, 1));
-    }
-    auto layer = filled(CGRectMake(0, 0, 30, 30), nullptr);
-    layer->setContents(CGBitmapContextCreateImage(image.context));
-    layer->setContentsCenter(CGRectMake(1.0 / 3, 1.0 / 3, 1.0 / 3, 1.0 / 3));
-    Canvas canvas(30, 30);
-    canvas.render(*layer);
-    EXPECT_TRUE(canvas.is(0, 0, kRedPixel, 40));
-    EXPECT_TRUE(canvas.is(29, 29, kRedPixel, 40));
-    EXPECT_TRUE(canvas.is(15, 15, kBluePixel, 40));
-    EXPECT_TRUE(canvas.is(15, 0, kGreenPixel, 40));
-    EXPECT_LT((canvas.at(5, 5) >> 16) & 0xff, 40u);  // 10 by 10 red if the whole image stretched
-}
 
 }  // namespace
