@@ -248,14 +248,19 @@ std::shared_ptr<NSData> NSJSONSerialization::dataWithJSONObject(const id& object
             if (toJSON(object, 0, document, why)) {
                 text = document.dump(-1, ' ', false, json::error_handler_t::strict);
                 if (!(options & NSJSONWritingWithoutEscapingSlashes)) {
-                    // A "/" can only occur inside a string in the compact text.
-                    std::string escaped;
-                    escaped.reserve(text.size() + text.size() / 16);
-                    for (char c : text) {
-                        if (c == '/') escaped.push_back('\\');
-                        escaped.push_back(c);
+                    // A "/" can only occur inside a string in the compact text. Whole runs
+                    // between slashes are copied at once: log pieces are long and have few.
+                    if (std::size_t slash = text.find('/'); slash != std::string::npos) {
+                        std::string escaped;
+                        escaped.reserve(text.size() + text.size() / 16);
+                        std::size_t from = 0;
+                        for (; slash != std::string::npos; slash = text.find('/', from)) {
+                            escaped.append(text, from, slash - from).append("\\/");
+                            from = slash + 1;
+                        }
+                        escaped.append(text, from, std::string::npos);
+                        text = std::move(escaped);
                     }
-                    text = std::move(escaped);
                 }
                 return NSData::dataWithString(text);
             }

@@ -1,5 +1,7 @@
 #include "platform/foundation/NSString.h"
 
+#include <cstdint>
+#include <cstring>
 #include <functional>
 
 #include "platform/foundation/NSData.h"
@@ -43,6 +45,15 @@ bool NSStringIsValidUTF8(std::string_view bytes) {
     std::size_t i = 0;
     const std::size_t n = bytes.size();
     while (i < n) {
+        // Eight ASCII bytes at a time: most text is ASCII, and log pieces are long.
+        if (i + 8 <= n) {
+            uint64_t word;
+            std::memcpy(&word, bytes.data() + i, 8);
+            if ((word & 0x8080808080808080ULL) == 0) {
+                i += 8;
+                continue;
+            }
+        }
         const unsigned char c = static_cast<unsigned char>(bytes[i]);
         if (c < 0x80) {
             ++i;

@@ -248,6 +248,7 @@ INSTANTIATE_TEST_SUITE_P(
         std::tuple{std::string(""), std::optional<std::string>(R"([""])")},
         std::tuple{std::string("hello\n"), std::optional<std::string>(R"(["hello\n"])")},
         std::tuple{std::string("GET /a/b"), std::optional<std::string>(R"(["GET \/a\/b"])")},
+        std::tuple{std::string("//x/"), std::optional<std::string>(R"(["\/\/x\/"])")},
         std::tuple{std::string("say \"hi\"\\"), std::optional<std::string>(R"(["say \"hi\"\\"])")},
         std::tuple{std::string("tab\there\x01"), std::optional<std::string>(R"(["tab\there\u0001"])")},
         std::tuple{std::string("caf\xC3\xA9"), std::optional<std::string>("[\"caf\xC3\xA9\"]")},

@@ -24,12 +24,14 @@ TEST(NSString, DecodesOnlyValidText) {
     for (const std::string& ascii : {std::string(), std::string("hello\n"), std::string("a\0b", 3)}) {
         expectDecoding(ascii, true, true);
     }
-    for (const char* utf8 : {"\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"})
+    // The last two past a run of ASCII long enough to be read a word at a time.
+    for (const char* utf8 :
+         {"\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "eight ch\xC3\xA9", "sixteen chars..\xE2\x82\xAC!"})
         expectDecoding(utf8, true, false);
     // A lone continuation byte, a truncated sequence, an overlong '/', a surrogate, a code point
     // past the last, and Latin-1.
     for (const char* invalid :
-         {"\x80", "\xE2\x82", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "caf\xE9"}) {
+         {"\x80", "\xE2\x82", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "caf\xE9", "long ascii run \xE9 then"}) {
         expectDecoding(invalid, false, false);
     }
 }
