@@ -4,6 +4,7 @@
 #include <cairo.h>
 
 #include <ctime>
+#include <mutex>
 
 #include "platform/uikit/UIGraphics.h"
 
@@ -24,7 +25,13 @@ cairo_status_t appendBytes(void* closure, const unsigned char* data, unsigned in
     return CAIRO_STATUS_SUCCESS;
 }
 
+// cairo's PDF writer attaches snapshots to the images a document draws, on the images themselves;
+// two documents made at once from the same image would race on them. Documents are made one at a
+// time; drawing (recording) never takes this lock, so the main thread doesn't wait for it.
+std::mutex documentMutex;
+
 std::vector<uint8_t> makeDocument(const Recording& recording) {
+    std::lock_guard lock(documentMutex);
     std::vector<uint8_t> bytes;
     CGSize first = recording.pages.empty() ? recording.defaultSize : recording.pages.front().size;
     cairo_surface_t* pdf = cairo_pdf_surface_create_for_stream(appendBytes, &bytes, first.width, first.height);
