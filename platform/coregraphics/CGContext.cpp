@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <deque>
 #include <limits>
 #include <variant>
 
@@ -144,7 +145,9 @@ Overloaded(F...) -> Overloaded<F...>;
 }  // namespace
 
 struct CGContext::DisplayList {
-    std::vector<Command> commands;
+    // A deque: a page of a few thousand views records tens of thousands of calls, and a vector would
+    // move them all each time it grew, on the drawing thread.
+    std::deque<Command> commands;
 };
 
 template <class C>
@@ -167,9 +170,7 @@ CGContext::CGContext(RecordingTag, CGRect bounds)
     : cr_(nullptr),
       baseHeight_(CGRectGetHeight(bounds)),
       recordingBounds_(CGRectStandardize(bounds)),
-      list_(std::make_shared<DisplayList>()) {
-    list_->commands.reserve(1024);
-}
+      list_(std::make_shared<DisplayList>()) {}
 
 CGContext::~CGContext() {
     for (auto& level : levels_)
@@ -400,7 +401,7 @@ void CGContextAddPath(const CGContextRef& c, const CGPathRef& path) {
     if (!c || !path || !c->drawable() || !finitePath(*path)) return;
     if (c->isRecording()) {
         // A mutable path may change after this call; the context keeps it as it is now.
-        if (auto mutablePath = dynamic_cast<const CGMutablePath*>(path.get())) return c->record(AddPath{mutablePath->copy()});
+        if (path->isMutable()) return c->record(AddPath{static_cast<const CGMutablePath&>(*path).copy()});
         return c->record(AddPath{path});
     }
     addPath(c->cairoContext(), *path);

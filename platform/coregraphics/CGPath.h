@@ -22,6 +22,8 @@ public:
     explicit CGPath(std::vector<CGPathElement> elements) : elements_(std::move(elements)) {}
     CFTypeID typeID() const override;
     const std::vector<CGPathElement>& elements() const { return elements_; }
+    // Whether the path may still change (a CGMutablePath).
+    virtual bool isMutable() const { return false; }
 
 protected:
     std::vector<CGPathElement> elements_;
@@ -30,6 +32,7 @@ using CGPathRef = std::shared_ptr<const CGPath>;
 
 class CGMutablePath : public CGPath {
 public:
+    bool isMutable() const override { return true; }
     void moveTo(CGPoint p, const CGAffineTransform* m = nullptr);
     void addLineTo(CGPoint p, const CGAffineTransform* m = nullptr);
     void addCurveTo(CGPoint c1, CGPoint c2, CGPoint end, const CGAffineTransform* m = nullptr);
