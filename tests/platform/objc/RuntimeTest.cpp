@@ -111,17 +111,21 @@ TEST_F(RuntimeTest, MessagesStayValidWhileAnotherThreadSwapsImplementations) {
     IMP original = method_getImplementation(m);
     IMP other = imp_makeFunction<std::string>([](NSObject*, SEL) { return std::string("bark"); });
     std::atomic<bool> stop{false};
+    std::atomic<bool> reading{false};
     std::thread swapper([&] {
+        // Swapping before the reader has started would test nothing on a busy machine.
+        while (!reading) std::this_thread::yield();
         for (int i = 0; i < 2000; ++i) method_setImplementation(m, i % 2 ? original : other);
         stop = true;
     });
     Dog dog;
     int answers = 0;
-    while (!stop) {
+    do {
         const std::string s = dog.sound();
         ASSERT_TRUE(s == "woof" || s == "bark") << s;
         ++answers;
-    }
+        reading = true;
+    } while (!stop);
     swapper.join();
     method_setImplementation(m, original);
     EXPECT_GT(answers, 0);
