@@ -8,7 +8,7 @@
 #include <limits>
 #include <variant>
 
-#include "platform/foundation/NSString.h"
+#include "platform/coregraphics/detail/CairoText.h"
 
 namespace platform {
 
@@ -79,25 +79,6 @@ bool finitePath(const CGPath& path) {
         for (const auto& p : e.points)
             if (!finite(p.x) || !finite(p.y)) return false;
     return true;
-}
-
-// cairo stops drawing for good on bytes that aren't UTF-8, and at a NUL.
-std::string drawableText(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    std::size_t i = 0;
-    while (i < text.size()) {
-        auto c = static_cast<unsigned char>(text[i]);
-        std::size_t n = c < 0x80 ? 1 : (c >> 5) == 0x6 ? 2 : (c >> 4) == 0xE ? 3 : (c >> 3) == 0x1E ? 4 : 0;
-        if (n != 0 && i + n <= text.size() && NSStringIsValidUTF8(text.substr(i, n))) {
-            if (c != 0) out.append(text.substr(i, n));
-            i += n;
-        } else {
-            out.append("\xEF\xBF\xBD");
-            ++i;
-        }
-    }
-    return out;
 }
 
 cairo_matrix_t toCairo(const CGAffineTransform& t) { return {t.a, t.b, t.c, t.d, t.tx, t.ty}; }
@@ -302,7 +283,7 @@ void CGContext::useStroke() {
 void CGContext::showText(CGFloat x, CGFloat y, std::string_view utf8) {
     if (!drawable() || !finite(x) || !finite(y) || utf8.empty()) return;
     if (!cr_) return record(ShowText{{x, y}, std::string(utf8)});
-    std::string text = drawableText(utf8);
+    std::string text = detail::validUtf8(utf8);
     const CGAffineTransform& t = font.textMatrix;
     CGFloat size = font.size;
     // Glyphs are designed y-up in text space and y-down in cairo's: flip between the two.

@@ -11,8 +11,10 @@ namespace platform {
 
 namespace {
 
+// Split as given: the context makes the text drawable when it draws it, off the drawing thread for
+// a recorded page, and measuring makes its own copy.
 std::vector<std::string> linesOf(std::string_view string) {
-    const std::string text = detail::validUtf8(string);
+    const std::string text(string);
     std::vector<std::string> lines;
     std::size_t start = 0;
     for (std::size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {

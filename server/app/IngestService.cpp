@@ -12,19 +12,8 @@ namespace qlm::ingest {
 
 namespace {
 
-std::optional<uint32_t> parseNumber(const std::string& text) {
-    if (text.empty() || text.size() > 10) return std::nullopt;
-    uint64_t value = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9') return std::nullopt;
-        value = value * 10 + static_cast<uint64_t>(c - '0');
-    }
-    if (value > UINT32_MAX) return std::nullopt;
-    return static_cast<uint32_t>(value);
-}
-
 std::optional<RecordingKey> keyOf(const RouteParams& params) {
-    const auto session = parseNumber(params.at("session"));
+    const auto session = parseUint32(params.at("session"));
     if (!session) return std::nullopt;
     return RecordingKey{params.at("app"), params.at("recording"), *session};
 }
@@ -102,7 +91,7 @@ HttpResponse IngestService::sessionJson(const RouteParams& params) const {
 
 HttpResponse IngestService::frame(const RouteParams& params) const {
     const auto key = keyOf(params);
-    const auto seqID = parseNumber(params.at("seq"));
+    const auto seqID = parseUint32(params.at("seq"));
     if (!key || !seqID) return notFound("No such frame.");
     const auto data = store_.eventData(*key, *seqID, qm::ios::PDFViewCapture::descriptor()->full_name());
     qm::ios::PDFViewCapture capture;

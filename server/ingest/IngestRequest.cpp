@@ -54,7 +54,9 @@ std::optional<std::string> single(const QueryParameters& query, std::string_view
     return *found;
 }
 
-std::optional<uint32_t> parseSessionID(std::string_view text) {
+}  // namespace
+
+std::optional<uint32_t> parseUint32(std::string_view text) {
     if (text.empty() || text.size() > 10) return std::nullopt;
     uint64_t value = 0;
     for (char c : text) {
@@ -64,8 +66,6 @@ std::optional<uint32_t> parseSessionID(std::string_view text) {
     if (value > UINT32_MAX) return std::nullopt;
     return static_cast<uint32_t>(value);
 }
-
-}  // namespace
 
 IngestDecoding decodeIngestRequest(std::string_view rawQuery, std::string_view body) {
     const auto query = parseQuery(rawQuery);
@@ -81,7 +81,7 @@ IngestDecoding decodeIngestRequest(std::string_view rawQuery, std::string_view b
     if (!sessionText) return reject(error);
     auto flag = single(*query, "ir", error);
     if (!flag) return reject(error);
-    const auto sessionID = parseSessionID(*sessionText);
+    const auto sessionID = parseUint32(*sessionText);
     if (!sessionID) return reject("query key \"s\" is not a decimal session number");
     if (*flag != "t") return reject("query key \"ir\" must be \"t\"");
 

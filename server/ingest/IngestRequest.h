@@ -13,6 +13,9 @@ namespace qlm::ingest {
 
 inline constexpr std::size_t kMaxIdentifierBytes = 256;
 
+// A number as the query and the routes write it: 1 to 10 decimal digits, at most 2^32 - 1.
+std::optional<uint32_t> parseUint32(std::string_view text);
+
 // One recording session as the upload's query names it ("a", "r", "s"), with its tab ("t").
 struct RecordingKey {
     std::string appID;

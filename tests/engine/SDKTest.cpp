@@ -1,6 +1,5 @@
 // The facade's process-wide behaviour. Whatever depends on the state at launch (queues not yet
 // flushed) runs in a fresh process of its own, so the tests hold in any order and in one run.
-#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -11,6 +10,7 @@
 
 #include "engine/SDK.h"
 #include "tests/engine/EngineTestSupport.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/LogCapture.h"
 #include "wire/qm_core.pb.h"
 
@@ -18,30 +18,6 @@ using namespace quillmere;
 using qlm_test::IngestServer;
 
 namespace {
-
-// The parent shows only the child's standard error, so the child prints its own failures there.
-void inFreshProcess(void (*scenario)()) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            ::testing::TestPartResultArray results;
-            {
-                const ::testing::ScopedFakeTestPartResultReporter reporter(
-                    ::testing::ScopedFakeTestPartResultReporter::INTERCEPT_ALL_THREADS, &results);
-                scenario();
-            }
-            int failures = 0;
-            for (int i = 0; i < results.size(); ++i) {
-                const auto& result = results.GetTestPartResult(i);
-                if (!result.failed()) continue;
-                ++failures;
-                std::fprintf(stderr, "%s:%d: %s\n", result.file_name() ? result.file_name() : "?",
-                             result.line_number(), result.message());
-            }
-            std::_Exit(failures == 0 ? 0 : 1);
-        },
-        ::testing::ExitedWithCode(0), "");
-}
 
 void shutDownAndSettle() {
     auto core = SDK::currentCore();
@@ -85,7 +61,7 @@ void heldCallsRunAfterStartInOrder() {
 }
 
 TEST(SDKFacade, HeldCallsRunAfterStartInOrderUpToTheBound) {
-    inFreshProcess(heldCallsRunAfterStartInOrder);
+    qlm_test::inChildProcess(heldCallsRunAfterStartInOrder);
 }
 
 void sessionURLWaitsForTheFirstAcceptedUpload() {
@@ -121,7 +97,7 @@ void sessionURLWaitsForTheFirstAcceptedUpload() {
 }
 
 TEST(SDKFacade, SessionURLWaitsForTheFirstAcceptedUpload) {
-    inFreshProcess(sessionURLWaitsForTheFirstAcceptedUpload);
+    qlm_test::inChildProcess(sessionURLWaitsForTheFirstAcceptedUpload);
 }
 
 TEST(SDKFacade, RacingInitializeStartsExactlyOnce) {

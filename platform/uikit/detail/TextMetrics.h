@@ -2,7 +2,6 @@
 // Measuring text the way CGContextShowTextAtPoint draws it (cairo's toy font API with the one
 // face the stand-in has), on a scratch context of the calling thread. Any thread.
 #include <string>
-#include <string_view>
 
 #include "platform/uikit/UIFont.h"
 
@@ -15,10 +14,7 @@ struct FontMetrics {
 };
 
 FontMetrics fontMetrics(const UIFont& font);
-// Advance width of one line of valid UTF-8 (see validUtf8).
+// Advance width of one line, drawn as CGContextShowTextAtPoint draws it (invalid UTF-8 as U+FFFD).
 double textAdvance(const UIFont& font, const std::string& line);
-// `text` with invalid sequences replaced by U+FFFD and NUL bytes dropped: cairo refuses anything
-// else, and a refusal would leave the measuring context unusable.
-std::string validUtf8(std::string_view text);
 
 }  // namespace platform::detail

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <thread>
 
+#include "tests/support/ChildProcess.h"
+
 namespace qlm_test {
 
 // A console behind descriptor `fd` (1 or 2): a pipe whose every byte a thread keeps reading, so
@@ -41,10 +43,5 @@ private:
     mutable std::mutex mutex_;
     std::string text_;  // guarded by mutex_
 };
-
-// Runs `scenario` in a fresh run of this test program, where it may take descriptors 1 and 2 and
-// start the library on the main thread. The child reports its failures on its own standard error,
-// which the parent shows; the scenario must have put that descriptor back by the time it returns.
-void inChildProcess(void (*scenario)());
 
 }  // namespace qlm_test

@@ -1,0 +1,51 @@
+#include "tests/support/ChildProcess.h"
+
+#include <fcntl.h>
+#include <gtest/gtest-spi.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#include <sanitizer/common_interface_defs.h>
+#define QLM_SANITIZED_BUILD 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#include <sanitizer/common_interface_defs.h>
+#define QLM_SANITIZED_BUILD 1
+#endif
+#endif
+
+namespace qlm_test {
+
+void inChildProcess(void (*scenario)()) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+#ifdef QLM_SANITIZED_BUILD
+            // Reports go where the parent looks, not into a console that the scenario stands up.
+            const int reports = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+            __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(reports)));
+#endif
+            ::testing::TestPartResultArray results;
+            {
+                const ::testing::ScopedFakeTestPartResultReporter reporter(
+                    ::testing::ScopedFakeTestPartResultReporter::INTERCEPT_ALL_THREADS, &results);
+                scenario();
+            }
+            int failures = 0;
+            for (int i = 0; i < results.size(); ++i) {
+                const auto& result = results.GetTestPartResult(i);
+                if (!result.failed()) continue;
+                ++failures;
+                std::fprintf(stderr, "%s:%d: %s\n", result.file_name() ? result.file_name() : "?",
+                             result.line_number(), result.message());
+            }
+            std::_Exit(failures == 0 ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+}  // namespace qlm_test

@@ -1,0 +1,13 @@
+#pragma once
+// Scenarios that take process-wide state (descriptors 1 and 2, the SDK's one Core, the main run
+// loop) run in a child process of their own, so the test runner's own state is never touched.
+#include <gtest/gtest.h>
+
+namespace qlm_test {
+
+// Runs `scenario` in a fresh run of this test program, where it may take descriptors 1 and 2 and
+// start the library on the main thread. The child reports its failures on its own standard error,
+// which the parent shows; the scenario must have put that descriptor back by the time it returns.
+void inChildProcess(void (*scenario)());
+
+}  // namespace qlm_test
