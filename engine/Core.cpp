@@ -6,6 +6,8 @@
 #include <cmath>
 
 #include "capture/log/LogHandler.h"
+#include "capture/network/NetworkRequestInterceptor.h"
+#include "capture/network/NetworkShim.h"
 #include "capture/screen/RootViewScanner.h"
 #include "engine/BundleInfo.h"
 #include "engine/MessageEncoding.h"
@@ -15,6 +17,7 @@
 #include "platform/foundation/NSLog.h"
 #include "platform/foundation/NSString.h"
 #include "platform/uikit/UIDevice.h"
+#include "platform/url/NSURLProtocol.h"
 
 namespace quillmere {
 
@@ -57,7 +60,7 @@ std::shared_ptr<Core> Core::make(std::shared_ptr<Session> session,
     // Holds the Core strongly too. Its copies of descriptors 1 and 2 are taken whether or not log
     // capture is on.
     core->logHandler_ = LogHandler::make(core);
-    // NetworkRequestInterceptor: comes with network capture.
+    core->networkRequestInterceptor_ = std::make_shared<NetworkRequestInterceptor>();
     // QLMReactNativeSwizzler: comes with the React Native integration.
     return core;
 }
@@ -75,7 +78,11 @@ void Core::start() {
     identify(Session::lowercaseUUID(), Traits{}, true);
     // QLMReactNativeSwizzler.swizzle, unconditionally: comes with the React Native integration.
     if (configuration_->networkCaptureEnabled()) {
-        // Registering NetworkShim and swizzling protocolClasses: come with network capture.
+        platform::NSURLProtocol::registerClass(NetworkShim::protocolClass());
+        // A Core before this one may have left the swizzle in place (its host turned capture off
+        // before shutdown); swizzling again would undo it.
+        if (!NetworkRequestInterceptor::protocolClassesSwizzled())
+            networkRequestInterceptor_->swizzleProtocolClasses();
     }
     if (configuration_->logCaptureEnabled()) logHandler_->start();
     if (configuration_->viewScanningEnabled()) viewScanner_->start();
@@ -84,7 +91,10 @@ void Core::start() {
 void Core::shutdown() {
     // The flags are read as they stand now: a capture switched off after start stays installed.
     if (configuration_->networkCaptureEnabled()) {
-        // Unregistering NetworkShim and swizzling protocolClasses back: come with network capture.
+        platform::NSURLProtocol::unregisterClass(NetworkShim::protocolClass());
+        // Requests that a shim already serves go on to their end.
+        if (NetworkRequestInterceptor::protocolClassesSwizzled())
+            networkRequestInterceptor_->swizzleProtocolClasses();
     }
     if (configuration_->logCaptureEnabled()) {
         // The pipes, their observers and pending reads stay: only the descriptors go back.

@@ -31,6 +31,7 @@
 namespace quillmere {
 
 class LogHandler;
+class NetworkRequestInterceptor;
 class RootViewScanner;
 
 class Core final : public ReadyStateDelegate, public std::enable_shared_from_this<Core> {
@@ -64,6 +65,11 @@ public:
     // core queue. Any thread; never blocks on encoding.
     template <class Message>
     void addEvent(EventType type, Message message);
+    // As addEvent, for a message that costs more to build than the calling thread should pay (a
+    // captured HTTP body of any size): stamped now, built by `build` on the core queue just before
+    // it is encoded. What `build` captures moves to the core queue with it.
+    template <class Build>
+    void addEventBuiltLater(EventType type, Build build);
 
     // Whether a host request is to be reported: network capture is on, and it has a URL that is not
     // the library's own ingest endpoint.
@@ -86,6 +92,10 @@ public:
     // Made whatever the configuration says, holding copies of descriptors 1 and 2; it captures
     // only if log capture is on at start.
     const std::shared_ptr<LogHandler>& logHandler() const { return logHandler_; }
+    // Made whatever the configuration says; it swizzles only if network capture is on at start.
+    const std::shared_ptr<NetworkRequestInterceptor>& networkRequestInterceptor() const {
+        return networkRequestInterceptor_;
+    }
     // The core queue: serial, so work submitted after an addEvent runs after its second half.
     const platform::dispatch_queue_t& queue() const { return queue_; }
     // Request numbers of captured HTTP exchanges.
@@ -110,6 +120,7 @@ private:
     std::shared_ptr<Uploader> uploader_;
     std::shared_ptr<RootViewScanner> viewScanner_;
     std::shared_ptr<LogHandler> logHandler_;
+    std::shared_ptr<NetworkRequestInterceptor> networkRequestInterceptor_;
 
     mutable std::mutex dashboardMutex_;
     std::optional<std::string> dashboardURL_;  // guarded by dashboardMutex_
@@ -123,6 +134,28 @@ void Core::addEvent(EventType type, Message message) {
         if (!event) return;
         queue_->async([weak = weak_from_this(), event = std::move(*event),
                        message = std::move(message)]() mutable { finishEvent(weak, event, message); });
+    } catch (const std::exception&) {
+        // Only allocation can fail here; the capture is lost, the host goes on.
+    }
+}
+
+template <class Build>
+void Core::addEventBuiltLater(EventType type, Build build) {
+    using Message = std::invoke_result_t<Build&>;
+    static_assert(std::is_base_of_v<google::protobuf::MessageLite, Message>, "addEvent takes wire messages");
+    try {
+        auto event = stampEvent(type);
+        if (!event) return;
+        queue_->async(
+            [weak = weak_from_this(), event = std::move(*event), build = std::move(build)]() mutable {
+                std::optional<Message> message;
+                try {
+                    message.emplace(build());
+                } catch (const std::exception&) {
+                    return;  // the capture is lost; its sequence number stays used
+                }
+                finishEvent(weak, event, *message);
+            });
     } catch (const std::exception&) {
         // Only allocation can fail here; the capture is lost, the host goes on.
     }

@@ -3,6 +3,10 @@
 #include <mutex>
 
 #include "capture/log/LogHandler.h"
+#include "capture/network/NetworkRequestInterceptor.h"
+#include "capture/network/NetworkShim.h"
+#include "capture/network/Request.h"
+#include "capture/network/Response.h"
 #include "engine/Bridge.h"
 #include "engine/Core.h"
 #include "engine/RequestSanitizer.h"
@@ -215,6 +219,10 @@ void SDK::exportToRuntime() {
         Configuration::exportToRuntime();
         RequestSanitizer::protocol();
         ResponseSanitizer::protocol();
+        Request::class_();
+        Response::class_();
+        NetworkRequestInterceptor::exportToRuntime();
+        NetworkShim::protocolClass();
         Core::runtimeClass();
     });
 }

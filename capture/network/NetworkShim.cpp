@@ -1,0 +1,255 @@
+#include "capture/network/NetworkShim.h"
+
+#include <algorithm>
+#include <exception>
+
+#include "capture/network/AuthenticationChallengeSender.h"
+#include "capture/network/NetworkEvents.h"
+#include "capture/network/Request.h"
+#include "capture/network/Response.h"
+#include "engine/Core.h"
+#include "engine/SDK.h"
+#include "platform/foundation/NSDate.h"
+#include "platform/foundation/NSNumber.h"
+#include "platform/url/NSHTTPURLResponse.h"
+#include "platform/url/NSInputStream.h"
+#include "platform/url/NSURLSessionConfiguration.h"
+#include "platform/url/URLError.h"
+
+namespace quillmere {
+
+using platform::NSURLRequest;
+
+namespace {
+
+// A declared length above this is not trusted for a reservation up front; the buffer then grows.
+constexpr long long kLargestReservation = 16LL * 1024 * 1024;
+
+}  // namespace
+
+platform::Class NetworkShim::protocolClass() {
+    return platform::NSURLProtocol::registerSubclass<NetworkShim>();
+}
+
+bool NetworkShim::canInitWithRequest(const std::shared_ptr<NSURLRequest>& request) {
+    try {
+        if (!request || platform::NSURLProtocol::propertyForKey(kStartTimeKey, request)) return false;
+        const auto& url = request->URL();
+        // "https" begins with "http" too.
+        if (!url || !url->absoluteString().starts_with("http")) return false;
+        const auto core = SDK::currentCore();
+        return core && core->shouldCaptureRequest(*request);
+    } catch (const std::exception&) {
+        // Declined, the request goes its usual way.
+        return false;
+    }
+}
+
+bool NetworkShim::canInitWithTask(const std::shared_ptr<platform::NSURLSessionTask>& task) {
+    const auto request = task ? task->currentRequest() : nullptr;
+    return request && canInitWithRequest(request);
+}
+
+std::shared_ptr<NSURLRequest> NetworkShim::canonicalRequestForRequest(
+    const std::shared_ptr<NSURLRequest>& request) {
+    return request;
+}
+
+std::shared_ptr<platform::NSURLSession> NetworkShim::session() {
+    std::lock_guard lock(sessionMutex_);
+    if (!session_) {
+        auto self = std::dynamic_pointer_cast<NetworkShim>(shared_from_this());
+        session_ = platform::NSURLSession::sessionWithConfiguration(
+            platform::NSURLSessionConfiguration::defaultSessionConfiguration(), std::move(self), nullptr);
+    }
+    return session_;
+}
+
+void NetworkShim::startLoading() {
+    const auto original = request();
+    if (!original) {
+        // The loading system always gives a request; without one there is nothing to send.
+        if (const auto client = this->client())
+            client->URLProtocol_didFailWithError(
+                this, platform::NSURLErrorWithCode(platform::NSURLErrorBadURL, nullptr));
+        return;
+    }
+    auto outgoing = original->mutableCopy();
+    // Marked whether or not it is reported: the mark is what keeps the copy from coming back here.
+    platform::NSURLProtocol::setProperty(platform::NSDate::date(), kStartTimeKey, outgoing);
+    reportRequest(*original, outgoing);
+    session()->dataTaskWithRequest(outgoing)->resume();
+}
+
+void NetworkShim::reportRequest(const NSURLRequest& request,
+                                const std::shared_ptr<platform::NSMutableURLRequest>& outgoing) noexcept {
+    try {
+        const auto core = SDK::currentCore();
+        if (!core) return;
+        const int64_t reqID = core->reqID().getAndIncrement();
+        auto captured = requestFrom(request, reqID);
+        if (!captured) return;
+        if (!request.HTTPBody() && request.HTTPBodyStream() && captured->body()) {
+            // Reading the body spent the stream the copy shares; the copy sends what was read, as
+            // a stream still, so it goes on the wire framed as it would have been.
+            outgoing->setHTTPBodyStream(platform::NSInputStream::inputStreamWithData(captured->body()));
+        }
+        if (const auto sanitizer = core->configuration()->requestSanitizer()) {
+            captured = sanitizer->sanitize(std::move(captured));
+            if (!captured) return;
+        }
+        platform::NSURLProtocol::setProperty(platform::NSNumber::numberWithLongLong(reqID), kReqIDKey,
+                                             outgoing);
+        // The body's text form is built on the core queue: this thread drives every transfer.
+        core->addEventBuiltLater(EventType::requestEvent,
+                                 [captured = std::move(captured)] { return makeRequestEvent(*captured); });
+    } catch (...) {
+        // The request goes out unreported.
+    }
+}
+
+void NetworkShim::stopLoading() {
+    std::shared_ptr<platform::NSURLSession> session;
+    {
+        std::lock_guard lock(sessionMutex_);
+        session = session_;
+    }
+    // Never started: no task runs, and no session is made just to find none.
+    if (!session) return;
+    session->getTasksWithCompletionHandler([session](auto dataTasks, auto, auto) {
+        for (const auto& task : dataTasks) task->cancel();
+        session->finishTasksAndInvalidate();
+    });
+}
+
+void NetworkShim::URLSession_dataTask_didReceiveResponse_completionHandler(
+    const std::shared_ptr<platform::NSURLSession>&, const std::shared_ptr<platform::NSURLSessionDataTask>&,
+    const std::shared_ptr<platform::NSURLResponse>& response,
+    std::function<void(platform::NSURLSessionResponseDisposition)> completion) {
+    response_ = response;
+    // A later response on the same task starts the body afresh.
+    responseData_ = platform::NSMutableData::data();
+    try {
+        const long long expected = response ? response->expectedContentLength() : 0;
+        // Sized once, the buffer never copies itself as it grows.
+        if (expected > 0)
+            responseData_->reserve(static_cast<std::size_t>(std::min(expected, kLargestReservation)));
+    } catch (const std::exception&) {
+        // Not reserved, the buffer grows as the body comes.
+    }
+    if (const auto client = this->client())
+        client->URLProtocol_didReceiveResponse_cacheStoragePolicy(this, response,
+                                                                  platform::NSURLCacheStorageAllowed);
+    completion(platform::NSURLSessionResponseAllow);
+}
+
+void NetworkShim::URLSession_dataTask_didReceiveData(const std::shared_ptr<platform::NSURLSession>&,
+                                                     const std::shared_ptr<platform::NSURLSessionDataTask>&,
+                                                     const std::shared_ptr<platform::NSData>& data) {
+    if (responseData_ && data) {
+        try {
+            responseData_->appendData(*data);
+        } catch (const std::exception&) {
+            // The capture of this body is lost; its delivery is not.
+            responseData_.reset();
+        }
+    }
+    // The same piece, not a copy.
+    if (const auto client = this->client()) client->URLProtocol_didLoadData(this, data);
+}
+
+void NetworkShim::URLSession_task_didCompleteWithError(
+    const std::shared_ptr<platform::NSURLSession>& session,
+    const std::shared_ptr<platform::NSURLSessionTask>& task,
+    const std::shared_ptr<platform::NSError>& error) {
+    if (task) reportResponse(*task, error);
+    if (const auto client = this->client()) {
+        if (error) {
+            client->URLProtocol_didFailWithError(this, error);
+        } else {
+            client->URLProtocolDidFinishLoading(this);
+        }
+    }
+    // The session's one task is over: invalidated, it lets go of this shim, so nothing of a
+    // finished request stays.
+    if (session) session->finishTasksAndInvalidate();
+}
+
+void NetworkShim::reportResponse(const platform::NSURLSessionTask& task,
+                                 const std::shared_ptr<platform::NSError>& error) noexcept {
+    try {
+        const auto original = task.originalRequest();
+        if (!original) return;
+        const auto start = platform::objc_cast<platform::NSDate>(
+            platform::NSURLProtocol::propertyForKey(kStartTimeKey, original));
+        if (!start) return;
+        const auto number = platform::objc_cast<platform::NSNumber>(
+            platform::NSURLProtocol::propertyForKey(kReqIDKey, original));
+        if (!number) return;
+        const auto core = SDK::currentCore();
+        if (!core) return;
+
+        std::shared_ptr<platform::NSHTTPURLResponse> httpResponse;
+        std::shared_ptr<platform::NSData> body;
+        if (!error) {
+            httpResponse = std::dynamic_pointer_cast<platform::NSHTTPURLResponse>(response_);
+            body = responseData_;
+        }
+        auto captured = responseFrom(httpResponse, *original, std::move(body), number->longLongValue());
+        if (!captured) return;
+        if (const auto sanitizer = core->configuration()->responseSanitizer()) {
+            captured = sanitizer->sanitize(std::move(captured));
+            if (!captured) return;
+        }
+        const double elapsed = platform::NSDate::date()->timeIntervalSinceDate(*start);
+        // The body's text form is built on the core queue, so the host hears of the end without
+        // waiting for it.
+        core->addEventBuiltLater(EventType::responseEvent, [captured = std::move(captured), elapsed] {
+            return makeResponseEvent(*captured, elapsed);
+        });
+    } catch (...) {
+        // The response goes unreported; the host still hears of the end.
+    }
+}
+
+void NetworkShim::URLSession_task_willPerformHTTPRedirection_newRequest_completionHandler(
+    const std::shared_ptr<platform::NSURLSession>&, const std::shared_ptr<platform::NSURLSessionTask>&,
+    const std::shared_ptr<platform::NSHTTPURLResponse>& response,
+    const std::shared_ptr<NSURLRequest>& request,
+    std::function<void(std::shared_ptr<NSURLRequest>)> completion) {
+    std::shared_ptr<NSURLRequest> next = request;
+    if (request && platform::NSURLProtocol::propertyForKey(kStartTimeKey, request)) {
+        // Unmarked, the new request counts as one of its own wherever it is offered next.
+        auto unmarked = request->mutableCopy();
+        platform::NSURLProtocol::removePropertyForKey(kStartTimeKey, unmarked);
+        next = std::move(unmarked);
+    }
+    if (const auto client = this->client())
+        client->URLProtocol_wasRedirectedToRequest_redirectResponse(this, next, response);
+    // This session follows too. The loading system, if the host follows, stops this shim (and with
+    // it the follow here) and loads the new request afresh; without the marker, both loads are
+    // offered to a shim and reported as requests of their own.
+    completion(next);
+}
+
+void NetworkShim::URLSession_didReceiveChallenge_completionHandler(
+    const std::shared_ptr<platform::NSURLSession>&,
+    const std::shared_ptr<platform::NSURLAuthenticationChallenge>& challenge,
+    platform::NSURLSessionChallengeCompletion completion) {
+    auto sender = AuthenticationChallengeSender::make(
+        [completion = std::move(completion)](platform::NSURLSessionAuthChallengeDisposition disposition,
+                                             std::shared_ptr<platform::NSURLCredential> credential) {
+            completion(disposition, std::move(credential));
+        });
+    const auto forwarded =
+        platform::NSURLAuthenticationChallenge::initWithAuthenticationChallenge(challenge, std::move(sender));
+    if (const auto client = this->client())
+        client->URLProtocol_didReceiveAuthenticationChallenge(this, forwarded);
+}
+
+void NetworkShim::URLSessionDidFinishEventsForBackgroundURLSession(
+    const std::shared_ptr<platform::NSURLSession>&) {
+    if (const auto client = this->client()) client->URLProtocolDidFinishLoading(this);
+}
+
+}  // namespace quillmere

@@ -1,0 +1,90 @@
+#pragma once
+// The URL protocol that stands in front of the platform's for the host's HTTP requests, exported
+// as QLMNetworkShim. For each request it takes, it sends a marked copy out through a session of
+// its own and passes everything that session delivers on to its client untouched: response, data,
+// redirects, challenges and the end. A redirect is passed on with the marker taken off, and
+// followed by the shim's session as well; a host that follows it stops this shim and loads the
+// new request afresh. On the way the shim reports a
+// qm.network.RequestEvent as the request starts and a qm.network.ResponseEvent as it ends, through
+// the running Core; with no Core running it reports nothing and still delivers.
+//
+// The marker (a start time under kStartTimeKey on the copy) makes the shim decline its own copies
+// when its session offers them to the protocol classes again.
+//
+// Threads: the class methods, startLoading and stopLoading on the URL loading system's thread; the
+// delegate methods on the shim's own session's delegate queue, which calls the client too.
+#include <memory>
+#include <mutex>
+
+#include "platform/foundation/NSData.h"
+#include "platform/foundation/NSError.h"
+#include "platform/url/NSURLProtocol.h"
+#include "platform/url/NSURLResponse.h"
+#include "platform/url/NSURLSession.h"
+#include "platform/url/NSURLSessionDataDelegate.h"
+
+namespace quillmere {
+
+class NetworkShim final : public platform::NSURLProtocol, public platform::NSURLSessionDataDelegate {
+    PLATFORM_OBJC_CLASS_NAMED(NetworkShim, platform::NSURLProtocol, "QLMNetworkShim")
+public:
+    static constexpr const char* kStartTimeKey = "com.quillmere.qmStartTimeKey";
+    static constexpr const char* kReqIDKey = "com.quillmere.qmReqIDKey";
+
+    // The class, entered in NSURLProtocol's class-side table.
+    static platform::Class protocolClass();
+
+    // NO for a marked copy, a URL that isn't http(s), or while no Core runs; else the Core's
+    // shouldCaptureRequest.
+    static bool canInitWithRequest(const std::shared_ptr<platform::NSURLRequest>& request);
+    static bool canInitWithTask(const std::shared_ptr<platform::NSURLSessionTask>& task);
+    static std::shared_ptr<platform::NSURLRequest> canonicalRequestForRequest(
+        const std::shared_ptr<platform::NSURLRequest>& request);
+
+    void startLoading() override;
+    // Cancels the copy's task, if one was started, and lets go of the session.
+    void stopLoading() override;
+
+    void URLSession_dataTask_didReceiveResponse_completionHandler(
+        const std::shared_ptr<platform::NSURLSession>& session,
+        const std::shared_ptr<platform::NSURLSessionDataTask>& dataTask,
+        const std::shared_ptr<platform::NSURLResponse>& response,
+        std::function<void(platform::NSURLSessionResponseDisposition)> completion) override;
+    void URLSession_dataTask_didReceiveData(const std::shared_ptr<platform::NSURLSession>& session,
+                                            const std::shared_ptr<platform::NSURLSessionDataTask>& dataTask,
+                                            const std::shared_ptr<platform::NSData>& data) override;
+    void URLSession_task_didCompleteWithError(const std::shared_ptr<platform::NSURLSession>& session,
+                                              const std::shared_ptr<platform::NSURLSessionTask>& task,
+                                              const std::shared_ptr<platform::NSError>& error) override;
+    void URLSession_task_willPerformHTTPRedirection_newRequest_completionHandler(
+        const std::shared_ptr<platform::NSURLSession>& session,
+        const std::shared_ptr<platform::NSURLSessionTask>& task,
+        const std::shared_ptr<platform::NSHTTPURLResponse>& response,
+        const std::shared_ptr<platform::NSURLRequest>& request,
+        std::function<void(std::shared_ptr<platform::NSURLRequest>)> completion) override;
+    void URLSession_didReceiveChallenge_completionHandler(
+        const std::shared_ptr<platform::NSURLSession>& session,
+        const std::shared_ptr<platform::NSURLAuthenticationChallenge>& challenge,
+        platform::NSURLSessionChallengeCompletion completion) override;
+    void URLSessionDidFinishEventsForBackgroundURLSession(
+        const std::shared_ptr<platform::NSURLSession>& session) override;
+
+private:
+    // Made on first use with a default configuration and this shim as its delegate; the session
+    // holds the shim until it is invalidated, which completion or stopLoading does.
+    std::shared_ptr<platform::NSURLSession> session();
+    // Reports the request and marks `outgoing` with its number; silent on any failure.
+    void reportRequest(const platform::NSURLRequest& request,
+                       const std::shared_ptr<platform::NSMutableURLRequest>& outgoing) noexcept;
+    void reportResponse(const platform::NSURLSessionTask& task,
+                        const std::shared_ptr<platform::NSError>& error) noexcept;
+
+    std::mutex sessionMutex_;
+    std::shared_ptr<platform::NSURLSession> session_;  // guarded by sessionMutex_
+
+    // Confined to the session's delegate queue, which runs one delegate call at a time.
+    std::shared_ptr<platform::NSURLResponse> response_;      // the last response received
+    std::shared_ptr<platform::NSMutableData> responseData_;  // its body so far
+};
+
+}  // namespace quillmere
