@@ -1,0 +1,465 @@
+// Network capture end to end: a host's session against a real loopback server, with the library
+// not running and then running in the same test, and the events its uploads carried.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <ostream>
+#include <set>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "capture/network/NetworkShim.h"
+#include "capture/network/Request.h"
+#include "capture/network/Response.h"
+#include "engine/SDK.h"
+#include "platform/foundation/NSDate.h"
+#include "platform/url/NSHTTPURLResponse.h"
+#include "platform/url/NSInputStream.h"
+#include "platform/url/NSURLProtocol.h"
+#include "platform/url/NSURLSession.h"
+#include "platform/url/NSURLSessionConfiguration.h"
+#include "platform/url/NSURLSessionDataDelegate.h"
+#include "tests/engine/EngineTestSupport.h"
+#include "wire/qm_network.pb.h"
+
+using namespace quillmere;
+using namespace platform;
+using qlm_test::HttpRequest;
+using qlm_test::HttpResponse;
+
+namespace {
+
+// Everything a host can tell about one exchange.
+struct HostOutcome {
+    long status = 0;  // 0: no HTTP response
+    std::map<std::string, std::string> headers;
+    std::string body;
+    std::vector<std::string> redirects;
+    int challenges = 0;
+    long errorCode = 0;
+    bool operator==(const HostOutcome&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const HostOutcome& o) {
+    out << "{status " << o.status << ", error " << o.errorCode << ", challenges " << o.challenges
+        << ", redirects " << o.redirects.size() << ", body \"" << o.body << "\", headers";
+    for (const auto& [name, value] : o.headers) out << " " << name << "=" << value;
+    return out << "}";
+}
+
+// How the host answers what its session asks.
+struct HostPolicy {
+    NSURLSessionAuthChallengeDisposition challengeAnswer = NSURLSessionAuthChallengePerformDefaultHandling;
+    std::shared_ptr<NSURLCredential> credential;
+};
+
+class HostDelegate final : public NSURLSessionDataDelegate {
+public:
+    explicit HostDelegate(HostPolicy policy) : policy_(std::move(policy)) {}
+
+    void URLSession_dataTask_didReceiveResponse_completionHandler(
+        const std::shared_ptr<NSURLSession>&, const std::shared_ptr<NSURLSessionDataTask>&,
+        const std::shared_ptr<NSURLResponse>& response,
+        std::function<void(NSURLSessionResponseDisposition)> completion) override {
+        if (auto http = std::dynamic_pointer_cast<NSHTTPURLResponse>(response)) {
+            std::lock_guard lock(mutex_);
+            outcome_.status = http->statusCode();
+            for (const auto& [key, value] : *http->allHeaderFields())
+                outcome_.headers[NSStringValue(key).value_or("?")] = NSStringValue(value).value_or("?");
+        }
+        completion(NSURLSessionResponseAllow);
+    }
+    void URLSession_dataTask_didReceiveData(const std::shared_ptr<NSURLSession>&,
+                                            const std::shared_ptr<NSURLSessionDataTask>&,
+                                            const std::shared_ptr<NSData>& data) override {
+        std::lock_guard lock(mutex_);
+        outcome_.body.append(data->view());
+    }
+    void URLSession_task_willPerformHTTPRedirection_newRequest_completionHandler(
+        const std::shared_ptr<NSURLSession>&, const std::shared_ptr<NSURLSessionTask>&,
+        const std::shared_ptr<NSHTTPURLResponse>&, const std::shared_ptr<NSURLRequest>& request,
+        std::function<void(std::shared_ptr<NSURLRequest>)> completion) override {
+        {
+            std::lock_guard lock(mutex_);
+            outcome_.redirects.push_back(request->URL()->absoluteString());
+        }
+        completion(request);
+    }
+    void URLSession_didReceiveChallenge_completionHandler(
+        const std::shared_ptr<NSURLSession>&, const std::shared_ptr<NSURLAuthenticationChallenge>&,
+        NSURLSessionChallengeCompletion completion) override {
+        {
+            std::lock_guard lock(mutex_);
+            ++outcome_.challenges;
+        }
+        completion(policy_.challengeAnswer, policy_.credential);
+    }
+    void URLSession_task_didCompleteWithError(const std::shared_ptr<NSURLSession>&,
+                                              const std::shared_ptr<NSURLSessionTask>&,
+                                              const std::shared_ptr<NSError>& error) override {
+        std::lock_guard lock(mutex_);
+        outcome_.errorCode = error ? error->code() : 0;
+        done_ = true;
+    }
+
+    std::optional<HostOutcome> outcome() const {
+        std::lock_guard lock(mutex_);
+        return done_ ? std::optional(outcome_) : std::nullopt;
+    }
+
+private:
+    const HostPolicy policy_;
+    mutable std::mutex mutex_;
+    HostOutcome outcome_;  // guarded by mutex_
+    bool done_ = false;    // guarded by mutex_
+};
+
+// Loads `request` through a session of the host's own and waits for the end. With `cancelAt`,
+// cancels the task once that server has received `count` requests in all.
+HostOutcome fetch(const std::shared_ptr<NSURLRequest>& request, const HostPolicy& policy = {},
+                  const qlm_test::LoopbackHttpServer* cancelAt = nullptr, std::size_t count = 0) {
+    auto delegate = std::make_shared<HostDelegate>(policy);
+    auto session = NSURLSession::sessionWithConfiguration(
+        NSURLSessionConfiguration::defaultSessionConfiguration(), delegate, nullptr);
+    auto task = session->dataTaskWithRequest(request);
+    task->resume();
+    if (cancelAt) {
+        EXPECT_TRUE(cancelAt->waitForRequests(count));
+        task->cancel();
+    }
+    EXPECT_TRUE(
+        qlm_test::waitUntil([&] { return delegate->outcome().has_value(); }, std::chrono::seconds(15)));
+    session->finishTasksAndInvalidate();
+    return delegate->outcome().value_or(HostOutcome{});
+}
+
+// With a header field set, so that the platform gives the request a header dictionary.
+std::shared_ptr<NSMutableURLRequest> requestTo(const std::string& url, const std::string& method = "GET") {
+    auto request = NSMutableURLRequest::requestWithURL(NSURL::URLWithString(url));
+    request->setHTTPMethod(method);
+    request->setValue("application/json", "Accept");
+    return request;
+}
+
+struct NetworkEvents {
+    std::vector<qm::network::RequestEvent> requests;
+    std::vector<qm::network::ResponseEvent> responses;
+
+    const qm::network::RequestEvent* requestFor(const std::string& url) const {
+        for (const auto& request : requests)
+            if (request.url() == url) return &request;
+        return nullptr;
+    }
+    const qm::network::ResponseEvent* responseTo(const std::string& reqId) const {
+        for (const auto& response : responses)
+            if (response.reqid() == reqId) return &response;
+        return nullptr;
+    }
+};
+
+NetworkEvents networkEvents(const qlm_test::IngestServer& server) {
+    NetworkEvents events;
+    for (const auto& event : server.events()) {
+        if (event.type() == "qm.network.RequestEvent")
+            events.requests.push_back(qlm_test::innerMessage<qm::network::RequestEvent>(event));
+        if (event.type() == "qm.network.ResponseEvent")
+            events.responses.push_back(qlm_test::innerMessage<qm::network::ResponseEvent>(event));
+    }
+    return events;
+}
+
+template <class Base, class Object>
+class FunctionSanitizer final : public Base {
+public:
+    using Function = std::function<std::shared_ptr<Object>(std::shared_ptr<Object>)>;
+    explicit FunctionSanitizer(Function function) : function_(std::move(function)) {}
+    std::shared_ptr<Object> sanitize(std::shared_ptr<Object> object) override { return function_(object); }
+
+private:
+    const Function function_;
+};
+
+class NetworkCapture : public ::testing::Test {
+protected:
+    void SetUp() override {
+        app_.route("GET", "/json", [](const HttpRequest&) {
+            return HttpResponse::text(200, R"({"a":"b/c"})", "application/json").withHeader("X-Trace", "t-1");
+        });
+        app_.route("POST", "/echo", [](const HttpRequest& request) {
+            return HttpResponse::text(201, request.body, request.header("Content-Type").value_or("none"))
+                .withHeader("X-Secret", request.header("X-Secret").value_or("none"));
+        });
+        app_.route("GET", "/redirect", [](const HttpRequest& request) {
+            return HttpResponse::text(302, "moved").withHeader("Location", "/json?" + request.query);
+        });
+        app_.route("GET", "/missing",
+                   [](const HttpRequest&) { return HttpResponse::text(404, "no such thing"); });
+        app_.route("GET", "/auth", [](const HttpRequest& request) {
+            if (request.header("Authorization") == "Basic YWRhOnNlY3JldA==")
+                return HttpResponse::text(200, "hi");
+            return HttpResponse::text(401, "who?").withHeader("WWW-Authenticate", "Basic realm=\"test\"");
+        });
+        app_.route("GET", "/binary",
+                   [](const HttpRequest&) { return HttpResponse::text(200, std::string("\xff\xfe\0b", 4)); });
+        app_.route("GET", "/hangup", [](const HttpRequest&) {
+            HttpResponse response;
+            response.closeWithoutReply = true;
+            return response;
+        });
+        app_.route("GET", "/slow", [](const HttpRequest&) {
+            auto response = HttpResponse::text(200, "late");
+            response.delayBeforeReply = std::chrono::seconds(60);  // cut short when the server stops
+            return response;
+        });
+        ASSERT_TRUE(app_.start());
+    }
+
+    void TearDown() override {
+        if (SDK::currentCore()) stopCapture();
+    }
+
+    void startCapture() { ASSERT_TRUE(SDK::initialize(configuration_)); }
+
+    // Once the uploads carried this many events (capture work ends after the host hears of it).
+    void stopCapture(std::size_t requests = 0, std::size_t responses = 0) {
+        EXPECT_TRUE(qlm_test::waitUntil(
+            [&] {
+                const auto events = networkEvents(ingest_);
+                return events.requests.size() >= requests && events.responses.size() >= responses;
+            },
+            std::chrono::seconds(15)));
+        auto core = SDK::currentCore();
+        ASSERT_TRUE(core);
+        dispatch_sync(core->queue(), [] {});
+        std::weak_ptr<Uploader> uploader = core->uploader();
+        core.reset();
+        SDK::shutdown();
+        EXPECT_TRUE(qlm_test::waitUntil([&] { return uploader.use_count() <= 1; }, std::chrono::seconds(10)));
+    }
+
+    std::string url(const std::string& path, const std::string& tag) const {
+        return app_.url(path + "?case=" + tag);
+    }
+
+    qlm_test::IngestServer ingest_;
+    qlm_test::LoopbackHttpServer app_;
+    std::shared_ptr<Configuration> configuration_ = qlm_test::configurationFor(ingest_);
+};
+
+template <class Event>
+std::string arson(const Event& event) {
+    return event.has_body() ? event.body().arson() : "";
+}
+
+enum class Body { none, data, stream };
+enum class Host { plain, credential, defaultHandling, cancelChallenge, cancelTask };
+
+// One exchange, and what its own pair of events says (status -1: not checked, as the first load of
+// a followed redirect is stopped while its own session follows too; arson "": no body).
+struct Exchange {
+    const char* tag;
+    const char* path;
+    Body body;
+    const char* content;
+    Host host;
+    int status;
+    const char* requestArson;
+    const char* responseArson;
+};
+
+const Exchange kExchanges[] = {
+    {"get-json", "/json", Body::none, "", Host::plain, 200, "", R"(["{\"a\":\"b\/c\"}"])"},
+    {"post-json", "/echo", Body::data, R"({"k":"v/w"})", Host::plain, 201, R"(["{\"k\":\"v\/w\"}"])",
+     R"(["{\"k\":\"v\/w\"}"])"},
+    {"post-stream", "/echo", Body::stream, "a/b", Host::plain, 201, R"(["a\/b"])", R"(["a\/b"])"},
+    {"post-empty", "/echo", Body::data, "", Host::plain, 201, R"([""])", R"([""])"},
+    {"redirect", "/redirect", Body::none, "", Host::plain, -1, "", ""},
+    {"not-found", "/missing", Body::none, "", Host::plain, 404, "", R"(["no such thing"])"},
+    {"auth-credential", "/auth", Body::none, "", Host::credential, 200, "", R"(["hi"])"},
+    {"auth-default", "/auth", Body::none, "", Host::defaultHandling, 401, "", R"(["who?"])"},
+    {"auth-cancel", "/auth", Body::none, "", Host::cancelChallenge, 0, "", ""},
+    {"binary", "/binary", Body::none, "", Host::plain, 200, "", ""},
+    {"hangup", "/hangup", Body::none, "", Host::plain, 0, "", ""},
+    {"cancelled", "/slow", Body::none, "", Host::cancelTask, 0, "", ""},
+};
+
+TEST_F(NetworkCapture, HostSeesTheSameExchangesAndEachIsReportedAsAPair) {
+    const auto run = [&](const Exchange& exchange) {
+        auto request = requestTo(url(exchange.path, exchange.tag));
+        if (exchange.body != Body::none) {
+            request->setHTTPMethod("POST");
+            const auto content = NSData::dataWithString(exchange.content);
+            if (exchange.body == Body::data) request->setHTTPBody(content);
+            if (exchange.body == Body::stream)
+                request->setHTTPBodyStream(NSInputStream::inputStreamWithData(content));
+        }
+        HostPolicy policy;
+        if (exchange.host == Host::credential) {
+            policy.challengeAnswer = NSURLSessionAuthChallengeUseCredential;
+            policy.credential =
+                NSURLCredential::credentialWithUser("ada", "secret", NSURLCredentialPersistenceNone);
+        }
+        if (exchange.host == Host::cancelChallenge)
+            policy.challengeAnswer = NSURLSessionAuthChallengeCancelAuthenticationChallenge;
+        const bool cancel = exchange.host == Host::cancelTask;
+        return fetch(request, policy, cancel ? &app_ : nullptr, app_.requestCount() + 1);
+    };
+    std::vector<HostOutcome> without;
+    for (const auto& exchange : kExchanges) without.push_back(run(exchange));
+    const std::size_t sentWithout = app_.requestCount();
+
+    startCapture();
+    for (std::size_t i = 0; i < std::size(kExchanges); ++i) EXPECT_EQ(run(kExchanges[i]), without[i]);
+    // The server got the same requests, bodies and framing included. A connection that dies
+    // unanswered may be retried, so they are compared by target.
+    std::map<std::string, HttpRequest> before, after;
+    const auto all = app_.requests();
+    for (std::size_t i = 0; i < all.size(); ++i)
+        (i < sentWithout ? before : after).emplace(all[i].target, all[i]);
+    ASSERT_EQ(before.size(), after.size());
+    for (const auto& [target, a] : before) {
+        ASSERT_TRUE(after.contains(target)) << target;
+        const auto& b = after.at(target);
+        EXPECT_EQ(std::tie(a.method, a.body, a.chunked), std::tie(b.method, b.body, b.chunked)) << target;
+        EXPECT_EQ(a.headers, b.headers) << target;
+    }
+    // The target of the followed redirect is reported at least once more: the host's own load of
+    // it, and the follow of the first load's session if it got that far before being stopped.
+    const std::size_t reported = std::size(kExchanges) + 1;
+    stopCapture(reported, reported);
+
+    const auto events = networkEvents(ingest_);
+    ASSERT_GE(events.requests.size(), reported);
+    std::set<std::string> ids;
+    for (const auto& request : events.requests) {
+        EXPECT_TRUE(request.reqid().starts_with("ios-")) << request.reqid();
+        EXPECT_TRUE(ids.insert(request.reqid()).second) << "twice: " << request.reqid();
+    }
+    for (const auto& exchange : kExchanges) {
+        SCOPED_TRACE(exchange.tag);
+        const auto* request = events.requestFor(url(exchange.path, exchange.tag));
+        ASSERT_TRUE(request);
+        EXPECT_EQ(request->headers().at("Accept"), "application/json");
+        EXPECT_EQ(arson(*request), exchange.requestArson);
+        const auto* response = events.responseTo(request->reqid());
+        ASSERT_TRUE(response);
+        EXPECT_EQ(response->method(), request->method());
+        if (exchange.status < 0) continue;
+        EXPECT_EQ(response->status(), static_cast<uint32_t>(exchange.status));
+        EXPECT_EQ(arson(*response), exchange.responseArson);
+        EXPECT_EQ(response->headers().empty(), exchange.status == 0);
+    }
+    bool followedAnswered = false;
+    for (const auto& request : events.requests) {
+        if (request.url() != url("/json", "redirect")) continue;
+        const auto* response = events.responseTo(request.reqid());
+        followedAnswered |= response && response->status() == 200;
+    }
+    EXPECT_TRUE(followedAnswered);
+}
+
+TEST_F(NetworkCapture, OwnUploadsMarkedRequestsAndRequestsWithoutHeadersAreDeliveredUnreported) {
+    startCapture();
+    auto marked = requestTo(url("/json", "marked"));
+    NSURLProtocol::setProperty(NSDate::date(), NetworkShim::kStartTimeKey, marked);
+    EXPECT_EQ(fetch(marked).status, 200);
+    const auto bare = NSMutableURLRequest::requestWithURL(NSURL::URLWithString(url("/json", "")));
+    EXPECT_EQ(fetch(bare).status, 200);
+    // Under serverURL, though not an upload: the prefix alone decides.
+    EXPECT_EQ(fetch(requestTo(ingest_.serverURL() + "/elsewhere")).status, 404);
+    EXPECT_EQ(fetch(requestTo(url("/json", "seen"))).status, 200);
+    stopCapture(1, 1);
+
+    const auto events = networkEvents(ingest_);
+    ASSERT_EQ(events.requests.size(), 1u);
+    EXPECT_EQ(events.requests[0].url(), url("/json", "seen"));
+    EXPECT_EQ(events.responses.size(), 1u);
+}
+
+TEST_F(NetworkCapture, SanitizersChangeOrDropWhatIsReportedButNeverTheTraffic) {
+    using RequestFn = FunctionSanitizer<RequestSanitizer, Request>;
+    using ResponseFn = FunctionSanitizer<ResponseSanitizer, Response>;
+    const auto blankRequest = [](std::shared_ptr<Request> request) {
+        request->setUrl(std::nullopt);
+        request->setHeaders(std::nullopt);
+        request->setBody(NSData::dataWithString("redacted"));
+        return request;
+    };
+    const auto blankResponse = [](std::shared_ptr<Response> response) {
+        response->setUrl(std::nullopt);
+        response->setHeaders(std::nullopt);
+        response->setBody(nullptr);
+        return response;
+    };
+    const auto drop = [](auto) { return nullptr; };
+    const std::vector<std::tuple<std::string, RequestFn::Function, ResponseFn::Function>> cases{
+        {"change", blankRequest, blankResponse},
+        {"drop-request", drop, nullptr},
+        {"drop-response", nullptr, drop}};
+    startCapture();
+    for (const auto& [tag, onRequest, onResponse] : cases) {
+        configuration_->setRequestSanitizer(onRequest ? std::make_shared<RequestFn>(onRequest) : nullptr);
+        configuration_->setResponseSanitizer(onResponse ? std::make_shared<ResponseFn>(onResponse) : nullptr);
+        auto request = requestTo(url("/echo", tag), "POST");
+        request->setValue("s3cret", "X-Secret");
+        request->setHTTPBody(NSData::dataWithString("card=4111"));
+        auto outcome = fetch(request);
+        EXPECT_EQ(std::tie(outcome.body, outcome.headers["X-Secret"]), std::tie("card=4111", "s3cret"))
+            << tag;
+    }
+    stopCapture(2, 1);
+
+    // The changed exchange, and the one whose response was dropped; nothing of the other.
+    const auto events = networkEvents(ingest_);
+    ASSERT_EQ(events.requests.size(), 2u);
+    ASSERT_EQ(events.responses.size(), 1u);
+    const auto& changed = events.requests[0];
+    EXPECT_TRUE(changed.url().empty() && changed.headers().empty());
+    EXPECT_EQ(arson(changed), R"(["redacted"])");
+    const auto* response = events.responseTo(changed.reqid());
+    ASSERT_TRUE(response);
+    EXPECT_TRUE(response->url().empty() && response->headers().empty() && !response->has_body());
+    EXPECT_EQ(events.requests[1].url(), url("/echo", "drop-response"));
+    EXPECT_EQ(events.requests[1].headers().at("X-Secret"), "s3cret");
+}
+
+std::vector<Class> protocolClasses(const std::shared_ptr<NSURLSessionConfiguration>& configuration =
+                                       NSURLSessionConfiguration::defaultSessionConfiguration()) {
+    return configuration->protocolClasses().value_or(std::vector<Class>{NSObject::class_()});
+}
+
+TEST_F(NetworkCapture, ProtocolClassesListTheShimFirstOnceWhileRunningAndThePlatformsListAfter) {
+    const Class shim = NetworkShim::protocolClass();
+    const auto platformList = protocolClasses();
+    auto withShim = platformList;
+    withShim.insert(withShim.begin(), shim);
+
+    startCapture();
+    EXPECT_EQ(protocolClasses(), withShim);
+    EXPECT_EQ(protocolClasses(), withShim) << "asked twice";
+    auto hosts = NSURLSessionConfiguration::defaultSessionConfiguration();
+    hosts->setProtocolClasses(std::nullopt);
+    EXPECT_EQ(protocolClasses(hosts), std::vector<Class>{});
+    hosts->setProtocolClasses(std::vector<Class>{platformList[0], shim});
+    EXPECT_EQ(protocolClasses(hosts), (std::vector<Class>{shim, platformList[0]}));
+    stopCapture();
+    EXPECT_EQ(protocolClasses(), platformList);
+
+    // Turned off while running, capture stays installed through shutdown; the next start must not
+    // undo it, and its shutdown must.
+    startCapture();
+    configuration_->setNetworkCaptureEnabled(false);
+    stopCapture();
+    EXPECT_EQ(protocolClasses(), withShim);
+    configuration_->setNetworkCaptureEnabled(true);
+    startCapture();
+    EXPECT_EQ(protocolClasses(), withShim);
+    stopCapture();
+    EXPECT_EQ(protocolClasses(), platformList);
+}
+
+}  // namespace
