@@ -1,6 +1,7 @@
 // A headless demo host: the part of an app that starts Quillmere, identifies its user, shows a
-// screen (a sign-in form over a scrolling list), logs, lets the main run loop turn for a while,
-// asks for the replay URL and shuts the library down.
+// screen (a sign-in form over a scrolling list), calls its backend (a loopback endpoint in this
+// process), logs, lets the main run loop turn for a while, asks for the replay URL and shuts the
+// library down.
 //
 //   quillmere-demo --server http://127.0.0.1:PORT/i [--app-id ID] [--seconds N]
 #include <atomic>
@@ -12,6 +13,8 @@
 
 #include "engine/Configuration.h"
 #include "engine/SDK.h"
+#include "examples/demo-host/DemoEndpoint.h"
+#include "examples/demo-host/DemoRequests.h"
 #include "examples/demo-host/DemoScreen.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/dispatch/DispatchSourceTimer.h"
@@ -88,6 +91,11 @@ int main(int argc, char** argv) {
     scroller->setEventHandler([screen = screen.get()] { screen->scrollList(); });
     scroller->activate();
 
+    // The app's API calls, which the library records as they pass.
+    const auto backend = demo::DemoEndpoint::start();
+    auto callsDone = std::make_shared<std::atomic<bool>>(backend == nullptr);
+    if (backend) demo::makeDemoRequests(*backend, callsDone);
+
     // The app's own work: a timer on a background queue that hops to the main thread now and then.
     auto ticks = std::make_shared<std::atomic<int>>(0);
     auto timer = DispatchSourceTimer::makeTimerSource(DispatchTimerFlags::none, DispatchQueue::global());
@@ -115,6 +123,7 @@ int main(int argc, char** argv) {
     });
 
     runMainLoop(options.seconds);
+    runMainLoop(5.0, callsDone.get());
     runMainLoop(5.0, &reply->arrived);  // the first accepted upload comes about a second after start
     timer->cancel();
     scroller->cancel();
