@@ -3,8 +3,10 @@
 #include <cmath>
 #include <cstdint>
 #include <exception>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/foundation/NSArray.h"
@@ -139,26 +141,114 @@ bool isContainer(const id& object) {
     return std::dynamic_pointer_cast<NSArray>(object) || std::dynamic_pointer_cast<NSDictionary>(object);
 }
 
-// `depth` counts the containers around `object`, as the reader's limit does.
+// Writes compact JSON text straight from the objects. Strings, which carry the bulk of what the
+// library writes (bodies and console output of any size), are copied run by run between the few
+// characters that need an escape. Keys come out in byte order and numbers as nlohmann writes them.
+class TextWriter {
+public:
+    explicit TextWriter(bool escapeSlashes) : escapeSlashes_(escapeSlashes) {}
 
-// The document for `object`, or false with `why` set.
-bool toJSON(const id& object, std::size_t depth, json& out, std::string& why) {
-    if (!object) {
-        why = "Invalid value (nil) in JSON write";
+    // `depth` counts the containers around `object`, as the reader's limit does. False with
+    // `why` set when the object can't be written.
+    bool write(const id& object, std::size_t depth, std::string& why) {
+        if (!object) {
+            why = "Invalid value (nil) in JSON write";
+            return false;
+        }
+        if (auto text = std::dynamic_pointer_cast<NSString>(object)) return writeString(text->UTF8String(), why);
+        if (auto number = std::dynamic_pointer_cast<NSNumber>(object)) return writeNumber(*number, why);
+        if (std::dynamic_pointer_cast<NSNull>(object)) {
+            out_ += "null";
+            return true;
+        }
+        if (isContainer(object) && depth >= kMaxDepth) {
+            why = "Too many nested arrays or dictionaries.";
+            return false;
+        }
+        if (auto array = std::dynamic_pointer_cast<NSArray>(object)) {
+            out_ += '[';
+            bool first = true;
+            for (const id& item : *array) {
+                if (!first) out_ += ',';
+                first = false;
+                if (!write(item, depth + 1, why)) return false;
+            }
+            out_ += ']';
+            return true;
+        }
+        if (auto dictionary = std::dynamic_pointer_cast<NSDictionary>(object)) {
+            // Two keys with the same text keep the later value, as a document would.
+            std::map<std::string_view, const id*> ordered;
+            for (const auto& [key, value] : *dictionary) {
+                auto name = std::dynamic_pointer_cast<NSString>(key);
+                if (!name) {
+                    why = "Invalid (non-string) key in JSON dictionary";
+                    return false;
+                }
+                ordered.insert_or_assign(std::string_view(name->UTF8String()), &value);
+            }
+            out_ += '{';
+            bool first = true;
+            for (const auto& [name, value] : ordered) {
+                if (!first) out_ += ',';
+                first = false;
+                if (!writeString(name, why)) return false;
+                out_ += ':';
+                if (!write(*value, depth + 1, why)) return false;
+            }
+            out_ += '}';
+            return true;
+        }
+        why = "Invalid type in JSON write (" + NSStringFromClass(object->objcClass()) + ")";
         return false;
     }
-    if (auto text = std::dynamic_pointer_cast<NSString>(object)) {
-        out = text->UTF8String();
+
+    std::string take() { return std::move(out_); }
+
+private:
+    bool writeString(std::string_view text, std::string& why) {
+        if (!NSStringIsValidUTF8(text)) {
+            why = "Invalid string (not UTF-8) in JSON write";
+            return false;
+        }
+        static constexpr char kHex[] = "0123456789abcdef";
+        out_.reserve(out_.size() + text.size() + 2);
+        out_ += '"';
+        std::size_t from = 0;
+        for (std::size_t i = 0; i < text.size(); ++i) {
+            const auto c = static_cast<unsigned char>(text[i]);
+            if (c >= 0x20 && c != '"' && c != '\\' && !(c == '/' && escapeSlashes_)) continue;
+            out_.append(text, from, i - from);
+            from = i + 1;
+            switch (c) {
+                case '"': out_ += "\\\""; break;
+                case '\\': out_ += "\\\\"; break;
+                case '/': out_ += "\\/"; break;
+                case '\b': out_ += "\\b"; break;
+                case '\f': out_ += "\\f"; break;
+                case '\n': out_ += "\\n"; break;
+                case '\r': out_ += "\\r"; break;
+                case '\t': out_ += "\\t"; break;
+                default:
+                    out_ += "\\u00";
+                    out_ += kHex[c >> 4];
+                    out_ += kHex[c & 0xF];
+            }
+        }
+        out_.append(text, from, std::string_view::npos);
+        out_ += '"';
         return true;
     }
-    if (auto number = std::dynamic_pointer_cast<NSNumber>(object)) {
-        const NSNumber::Value& value = number->value();
+
+    bool writeNumber(const NSNumber& number, std::string& why) {
+        const NSNumber::Value& value = number.value();
+        json scalar;
         if (auto b = std::get_if<bool>(&value)) {
-            out = *b;
+            scalar = *b;
         } else if (auto i = std::get_if<int64_t>(&value)) {
-            out = *i;
+            scalar = *i;
         } else if (auto u = std::get_if<uint64_t>(&value)) {
-            out = *u;
+            scalar = *u;
         } else {
             const double d = std::get<double>(value);
             if (!std::isfinite(d)) {
@@ -169,47 +259,18 @@ bool toJSON(const id& object, std::size_t depth, json& out, std::string& why) {
             // The platform writes a double with no fraction as an integer: 1.0 gives "1".
             constexpr double kExact = 9007199254740992.0;  // 2^53
             if (d == std::trunc(d) && std::fabs(d) < kExact && !(d == 0 && std::signbit(d))) {
-                out = static_cast<int64_t>(d);
+                scalar = static_cast<int64_t>(d);
             } else {
-                out = d;
+                scalar = d;
             }
         }
+        out_ += scalar.dump();
         return true;
     }
-    if (std::dynamic_pointer_cast<NSNull>(object)) {
-        out = nullptr;
-        return true;
-    }
-    if (isContainer(object) && depth >= kMaxDepth) {
-        why = "Too many nested arrays or dictionaries.";
-        return false;
-    }
-    if (auto array = std::dynamic_pointer_cast<NSArray>(object)) {
-        out = json::array();
-        for (const id& item : *array) {
-            json element;
-            if (!toJSON(item, depth + 1, element, why)) return false;
-            out.push_back(std::move(element));
-        }
-        return true;
-    }
-    if (auto dictionary = std::dynamic_pointer_cast<NSDictionary>(object)) {
-        out = json::object();
-        for (const auto& [key, value] : *dictionary) {
-            auto name = std::dynamic_pointer_cast<NSString>(key);
-            if (!name) {
-                why = "Invalid (non-string) key in JSON dictionary";
-                return false;
-            }
-            json element;
-            if (!toJSON(value, depth + 1, element, why)) return false;
-            out[name->UTF8String()] = std::move(element);
-        }
-        return true;
-    }
-    why = "Invalid type in JSON write (" + NSStringFromClass(object->objcClass()) + ")";
-    return false;
-}
+
+    const bool escapeSlashes_;
+    std::string out_;
+};
 
 }  // namespace
 
@@ -244,28 +305,10 @@ std::shared_ptr<NSData> NSJSONSerialization::dataWithJSONObject(const id& object
         why = "Invalid top-level type in JSON write";
     } else {
         try {
-            json document;
-            if (toJSON(object, 0, document, why)) {
-                text = document.dump(-1, ' ', false, json::error_handler_t::strict);
-                if (!(options & NSJSONWritingWithoutEscapingSlashes)) {
-                    // A "/" can only occur inside a string in the compact text. Whole runs
-                    // between slashes are copied at once: log pieces are long and have few.
-                    if (std::size_t slash = text.find('/'); slash != std::string::npos) {
-                        std::string escaped;
-                        escaped.reserve(text.size() + text.size() / 16);
-                        std::size_t from = 0;
-                        for (; slash != std::string::npos; slash = text.find('/', from)) {
-                            escaped.append(text, from, slash - from).append("\\/");
-                            from = slash + 1;
-                        }
-                        escaped.append(text, from, std::string::npos);
-                        text = std::move(escaped);
-                    }
-                }
-                return NSData::dataWithString(text);
-            }
+            TextWriter writer(!(options & NSJSONWritingWithoutEscapingSlashes));
+            if (writer.write(object, 0, why)) return NSData::dataWithString(writer.take());
         } catch (const std::exception& e) {
-            why = e.what();  // a string that is not UTF-8, or out of memory
+            why = e.what();  // out of memory
         }
     }
     if (error != nullptr) *error = writeError(why);
@@ -275,9 +318,9 @@ std::shared_ptr<NSData> NSJSONSerialization::dataWithJSONObject(const id& object
 bool NSJSONSerialization::isValidJSONObject(const id& object) {
     if (!isContainer(object)) return false;
     try {
-        json document;
+        TextWriter writer(true);
         std::string why;
-        return toJSON(object, 0, document, why);
+        return writer.write(object, 0, why);
     } catch (const std::exception&) {
         return false;
     }

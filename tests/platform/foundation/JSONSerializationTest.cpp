@@ -136,6 +136,8 @@ TEST(NSJSONSerialization, WriteRejectionsGiveNilAndAnErrorInsteadOfRaising) {
         {"NaN", arrayOf({number(std::nan(""))}), false},
         {"Infinity", arrayOf({number(std::numeric_limits<double>::infinity())}), false},
         {"OtherClass", arrayOf({NSDate::date()}), false},
+        {"NotUTF8", arrayOf({NSStr("ok \xc3(")}), false},
+        {"NotUTF8Key", dictOf({{NSStr("\xff"), NSStr("v")}}), false},
         {"NilElement", arrayOf({NSStr("a"), nullptr}), false},
         {"NestedBadValue", dictOf({{NSStr("a"), arrayOf({dictOf({{NSStr("b"), NSDate::date()}})})}}), false},
         {"TooDeep", deep, false},
