@@ -7,6 +7,7 @@
 
 #include "capture/log/LogHandler.h"
 #include "capture/screen/RootViewScanner.h"
+#include "capture/touch/QLMReactNativeSwizzler.h"
 #include "engine/BundleInfo.h"
 #include "engine/MessageEncoding.h"
 #include "engine/SDK.h"
@@ -58,7 +59,7 @@ std::shared_ptr<Core> Core::make(std::shared_ptr<Session> session,
     // capture is on.
     core->logHandler_ = LogHandler::make(core);
     // NetworkRequestInterceptor: comes with network capture.
-    // QLMReactNativeSwizzler: comes with the React Native integration.
+    core->reactNativeSwizzler_ = QLMReactNativeSwizzler::make();
     return core;
 }
 
@@ -73,7 +74,8 @@ void Core::start() {
     uploader_->start();
     sendMetadata();
     identify(Session::lowercaseUUID(), Traits{}, true);
-    // QLMReactNativeSwizzler.swizzle, unconditionally: comes with the React Native integration.
+    // Whether or not touches are captured: a shim attached by an earlier run may still be on a window.
+    reactNativeSwizzler_->swizzle();
     if (configuration_->networkCaptureEnabled()) {
         // Registering NetworkShim and swizzling protocolClasses: come with network capture.
     }
@@ -97,7 +99,7 @@ void Core::shutdown() {
         const auto timer = viewScanner_->timer();
         if (!timer->isCancelled()) timer->cancel();
     }
-    // QLMReactNativeSwizzler.deswizzle, unconditionally: comes with the React Native integration.
+    reactNativeSwizzler_->deswizzle();
     uploader_->stop();
     SDK::clearCore(*this);
 }

@@ -31,6 +31,7 @@
 namespace quillmere {
 
 class LogHandler;
+class QLMReactNativeSwizzler;
 class RootViewScanner;
 
 class Core final : public ReadyStateDelegate, public std::enable_shared_from_this<Core> {
@@ -86,6 +87,10 @@ public:
     // Made whatever the configuration says, holding copies of descriptors 1 and 2; it captures
     // only if log capture is on at start.
     const std::shared_ptr<LogHandler>& logHandler() const { return logHandler_; }
+    // Applied at start and undone at shutdown whatever the configuration says.
+    const std::shared_ptr<QLMReactNativeSwizzler>& reactNativeSwizzler() const {
+        return reactNativeSwizzler_;
+    }
     // The core queue: serial, so work submitted after an addEvent runs after its second half.
     const platform::dispatch_queue_t& queue() const { return queue_; }
     // Request numbers of captured HTTP exchanges.
@@ -110,6 +115,7 @@ private:
     std::shared_ptr<Uploader> uploader_;
     std::shared_ptr<RootViewScanner> viewScanner_;
     std::shared_ptr<LogHandler> logHandler_;
+    std::shared_ptr<QLMReactNativeSwizzler> reactNativeSwizzler_;
 
     mutable std::mutex dashboardMutex_;
     std::optional<std::string> dashboardURL_;  // guarded by dashboardMutex_
