@@ -1,6 +1,6 @@
 // A headless demo host: the part of an app that starts Quillmere, identifies its user, shows a
-// screen (a sign-in form over a scrolling list), logs, lets the main run loop turn for a while,
-// asks for the replay URL and shuts the library down.
+// screen (a sign-in form over a scrolling list), logs, plays a user's touches on it, lets the main
+// run loop turn for a while, asks for the replay URL and shuts the library down.
 //
 //   quillmere-demo --server http://127.0.0.1:PORT/i [--app-id ID] [--seconds N]
 #include <atomic>
@@ -13,6 +13,7 @@
 #include "engine/Configuration.h"
 #include "engine/SDK.h"
 #include "examples/demo-host/DemoScreen.h"
+#include "examples/demo-host/TouchScript.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/dispatch/DispatchSourceTimer.h"
 #include "platform/foundation/NSDate.h"
@@ -87,6 +88,9 @@ int main(int argc, char** argv) {
                        DispatchTimeInterval::seconds(2));
     scroller->setEventHandler([screen = screen.get()] { screen->scrollList(); });
     scroller->activate();
+    // The user's fingers, from just after the library's first capture has put its recognizer on the
+    // window, spread over the rest of the run.
+    const auto fingers = demo::TouchScript::start(*screen, 1.2);
 
     // The app's own work: a timer on a background queue that hops to the main thread now and then.
     auto ticks = std::make_shared<std::atomic<int>>(0);
@@ -118,6 +122,7 @@ int main(int argc, char** argv) {
     runMainLoop(5.0, &reply->arrived);  // the first accepted upload comes about a second after start
     timer->cancel();
     scroller->cancel();
+    fingers->stop();
     SDK::shutdown();
 
     if (!reply->arrived.load() || reply->url.empty()) {
