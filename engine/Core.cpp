@@ -9,6 +9,7 @@
 #include "capture/network/NetworkRequestInterceptor.h"
 #include "capture/network/NetworkShim.h"
 #include "capture/screen/RootViewScanner.h"
+#include "capture/touch/QLMReactNativeSwizzler.h"
 #include "engine/BundleInfo.h"
 #include "engine/MessageEncoding.h"
 #include "engine/SDK.h"
@@ -61,7 +62,7 @@ std::shared_ptr<Core> Core::make(std::shared_ptr<Session> session,
     // capture is on.
     core->logHandler_ = LogHandler::make(core);
     core->networkRequestInterceptor_ = std::make_shared<NetworkRequestInterceptor>();
-    // QLMReactNativeSwizzler: comes with the React Native integration.
+    core->reactNativeSwizzler_ = QLMReactNativeSwizzler::make();
     return core;
 }
 
@@ -76,7 +77,8 @@ void Core::start() {
     uploader_->start();
     sendMetadata();
     identify(Session::lowercaseUUID(), Traits{}, true);
-    // QLMReactNativeSwizzler.swizzle, unconditionally: comes with the React Native integration.
+    // Whether or not touches are captured: a shim attached by an earlier run may still be on a window.
+    reactNativeSwizzler_->swizzle();
     if (configuration_->networkCaptureEnabled()) {
         platform::NSURLProtocol::registerClass(NetworkShim::protocolClass());
         // A Core before this one may have left the swizzle in place (its host turned capture off
@@ -107,7 +109,7 @@ void Core::shutdown() {
         const auto timer = viewScanner_->timer();
         if (!timer->isCancelled()) timer->cancel();
     }
-    // QLMReactNativeSwizzler.deswizzle, unconditionally: comes with the React Native integration.
+    reactNativeSwizzler_->deswizzle();
     uploader_->stop();
     SDK::clearCore(*this);
 }

@@ -32,6 +32,7 @@ namespace quillmere {
 
 class LogHandler;
 class NetworkRequestInterceptor;
+class QLMReactNativeSwizzler;
 class RootViewScanner;
 
 class Core final : public ReadyStateDelegate, public std::enable_shared_from_this<Core> {
@@ -96,6 +97,10 @@ public:
     const std::shared_ptr<NetworkRequestInterceptor>& networkRequestInterceptor() const {
         return networkRequestInterceptor_;
     }
+    // Applied at start and undone at shutdown whatever the configuration says.
+    const std::shared_ptr<QLMReactNativeSwizzler>& reactNativeSwizzler() const {
+        return reactNativeSwizzler_;
+    }
     // The core queue: serial, so work submitted after an addEvent runs after its second half.
     const platform::dispatch_queue_t& queue() const { return queue_; }
     // Request numbers of captured HTTP exchanges.
@@ -121,6 +126,7 @@ private:
     std::shared_ptr<RootViewScanner> viewScanner_;
     std::shared_ptr<LogHandler> logHandler_;
     std::shared_ptr<NetworkRequestInterceptor> networkRequestInterceptor_;
+    std::shared_ptr<QLMReactNativeSwizzler> reactNativeSwizzler_;
 
     mutable std::mutex dashboardMutex_;
     std::optional<std::string> dashboardURL_;  // guarded by dashboardMutex_

@@ -7,6 +7,8 @@
 #include "capture/network/NetworkShim.h"
 #include "capture/network/Request.h"
 #include "capture/network/Response.h"
+#include "capture/touch/QLMReactNativeSwizzler.h"
+#include "capture/touch/TouchShim.h"
 #include "engine/Bridge.h"
 #include "engine/Core.h"
 #include "engine/RequestSanitizer.h"
@@ -223,6 +225,8 @@ void SDK::exportToRuntime() {
         Response::class_();
         NetworkRequestInterceptor::exportToRuntime();
         NetworkShim::protocolClass();
+        TouchShim::exportToRuntime();
+        QLMReactNativeSwizzler::class_();
         Core::runtimeClass();
     });
 }

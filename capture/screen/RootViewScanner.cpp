@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "capture/screen/RecursiveViewProcessor.h"
+#include "capture/touch/TouchShim.h"
 #include "engine/Core.h"
 #include "platform/coregraphics/CGGeometry.h"
 #include "platform/dispatch/DispatchQueue.h"
@@ -102,9 +103,12 @@ void RootViewScanner::scanWindows(PendingCapture& capture) {
         rootViews.push_back(std::move(view));
 
         if (registerTouchHandlers_ && !trackedWindows_->containsObject(window)) {
-            // On the window itself, not its root view, so touches anywhere in it are seen. Touch
-            // capture attaches its recognizer here.
-            if (const auto recognizer = makeTouchRecognizer()) {
+            // A shim left by an earlier run of the library is adopted rather than joined by a
+            // second, which would report every touch twice.
+            if (carriesTouchShim(*window)) {
+                trackedWindows_->addObject(window);
+            } else if (const auto recognizer = makeTouchRecognizer()) {
+                // On the window itself, not its root view, so touches anywhere in it are seen.
                 window->addGestureRecognizer(recognizer);
                 trackedWindows_->addObject(window);
             }
@@ -120,7 +124,15 @@ void RootViewScanner::armOnce(platform::DispatchSourceTimer& source) const {
 }
 
 std::shared_ptr<platform::UIGestureRecognizer> RootViewScanner::makeTouchRecognizer() const {
-    return nullptr;
+    return TouchShim::make();
+}
+
+bool RootViewScanner::carriesTouchShim(const platform::UIWindow& window) {
+    // Exactly the class: a host's subclass of it is the host's own recognizer.
+    for (const auto& recognizer : window.gestureRecognizers()) {
+        if (recognizer->isMemberOfClass(TouchShim::class_())) return true;
+    }
+    return false;
 }
 
 }  // namespace quillmere

@@ -133,7 +133,7 @@ std::unique_ptr<DemoScreen> DemoScreen::make() {
     makeCard(*form, 16);
     root->addSubview(form);
     addLabel(form, CGRectMake(16, 14, 200, 20), "Email", UIFont::boldSystemFontOfSize(14), secondaryText());
-    addField(form, CGRectMake(16, 38, kWidth - 64, 40), "ada@example.com");
+    screen->email_ = addField(form, CGRectMake(16, 38, kWidth - 64, 40), "ada@example.com");
     addLabel(form, CGRectMake(16, 90, 200, 20), "Password", UIFont::boldSystemFontOfSize(14),
              secondaryText());
     auto password = addField(form, CGRectMake(16, 114, kWidth - 64, 40), "correct horse battery staple");
@@ -142,6 +142,7 @@ std::unique_ptr<DemoScreen> DemoScreen::make() {
     signIn->setBackgroundColor(accent());
     signIn->layer()->setCornerRadius(12);
     form->addSubview(signIn);
+    screen->signIn_ = signIn;
     auto signInTitle = addLabel(signIn, CGRectMake(0, 0, kWidth - 64, 48), "Sign in",
                                 UIFont::boldSystemFontOfSize(17), UIColor::whiteColor());
     signInTitle->setTextAlignment(NSTextAlignment::NSTextAlignmentCenter);

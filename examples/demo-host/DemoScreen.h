@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "platform/uikit/UIScrollView.h"
+#include "platform/uikit/UITextField.h"
 #include "platform/uikit/UIWindow.h"
 
 namespace demo {
@@ -21,12 +22,17 @@ public:
     void scrollList();
 
     const std::shared_ptr<platform::UIWindow>& window() const { return window_; }
+    const std::shared_ptr<platform::UITextField>& emailField() const { return email_; }
+    const std::shared_ptr<platform::UIView>& signInButton() const { return signIn_; }
+    const std::shared_ptr<platform::UIScrollView>& list() const { return list_; }
 
 private:
     DemoScreen() = default;
 
     std::shared_ptr<platform::UIWindow> window_;
     std::shared_ptr<platform::UIScrollView> list_;
+    std::shared_ptr<platform::UITextField> email_;
+    std::shared_ptr<platform::UIView> signIn_;
 };
 
 }  // namespace demo

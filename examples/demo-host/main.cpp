@@ -1,7 +1,7 @@
 // A headless demo host: the part of an app that starts Quillmere, identifies its user, shows a
 // screen (a sign-in form over a scrolling list), calls its backend (a loopback endpoint in this
-// process), logs, lets the main run loop turn for a while, asks for the replay URL and shuts the
-// library down.
+// process), logs, plays a user's touches on the screen, lets the main run loop turn for a while,
+// asks for the replay URL and shuts the library down.
 //
 //   quillmere-demo --server http://127.0.0.1:PORT/i [--app-id ID] [--seconds N]
 #include <atomic>
@@ -16,6 +16,7 @@
 #include "examples/demo-host/DemoEndpoint.h"
 #include "examples/demo-host/DemoRequests.h"
 #include "examples/demo-host/DemoScreen.h"
+#include "examples/demo-host/TouchScript.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/dispatch/DispatchSourceTimer.h"
 #include "platform/foundation/NSDate.h"
@@ -90,6 +91,9 @@ int main(int argc, char** argv) {
                        DispatchTimeInterval::seconds(2));
     scroller->setEventHandler([screen = screen.get()] { screen->scrollList(); });
     scroller->activate();
+    // The user's fingers, from just after the library's first capture has put its recognizer on the
+    // window, spread over the rest of the run.
+    const auto fingers = demo::TouchScript::start(*screen, 1.2);
 
     // The app's API calls, which the library records as they pass.
     const auto backend = demo::DemoEndpoint::start();
@@ -127,6 +131,7 @@ int main(int argc, char** argv) {
     runMainLoop(5.0, &reply->arrived);  // the first accepted upload comes about a second after start
     timer->cancel();
     scroller->cancel();
+    fingers->stop();
     SDK::shutdown();
 
     if (!reply->arrived.load() || reply->url.empty()) {

@@ -4,13 +4,15 @@
 #include <vector>
 
 #include "platform/foundation/NSObject.h"
+#include "platform/uikit/UIResponder.h"
 
 namespace platform {
 
 class UIWindow;
 
-class UIApplication : public NSObject {
-    PLATFORM_OBJC_CLASS(UIApplication, NSObject)
+// The last responder of every window's chain.
+class UIApplication : public UIResponder {
+    PLATFORM_OBJC_CLASS(UIApplication, UIResponder)
 public:
     UIApplication() = default;
     static std::shared_ptr<UIApplication> sharedApplication();

@@ -19,6 +19,9 @@ enum class UIViewContentMode {
 class UIImageView : public UIView {
     PLATFORM_OBJC_CLASS(UIImageView, UIView)
 public:
+    // Touches pass through to the view behind, as on the platform.
+    UIImageView() { setUserInteractionEnabled(false); }
+
     std::shared_ptr<UIImage> image() const { return image_; }
     void setImage(std::shared_ptr<UIImage> image);
     UIViewContentMode contentMode() const { return contentMode_; }

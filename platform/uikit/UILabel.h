@@ -12,6 +12,9 @@ namespace platform {
 class UILabel : public UIView {
     PLATFORM_OBJC_CLASS(UILabel, UIView)
 public:
+    // Touches pass through to the view behind, as on the platform.
+    UILabel() { setUserInteractionEnabled(false); }
+
     const std::optional<std::string>& text() const { return text_; }
     void setText(std::optional<std::string> text) { text_ = std::move(text); }
     std::shared_ptr<UIFont> font() const { return font_; }

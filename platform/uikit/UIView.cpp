@@ -7,6 +7,51 @@
 
 namespace platform {
 
+namespace {
+
+// A point of a layer's bounds in its superlayer's coordinates: the anchor point sits at
+// `position`, and the transform turns about it.
+CGPoint toSuperlayer(const CALayer& layer, CGPoint p) {
+    const CGRect b = layer.bounds();
+    const CGPoint anchor = layer.anchorPoint();
+    const CGPoint local{p.x - b.origin.x - anchor.x * b.size.width,
+                        p.y - b.origin.y - anchor.y * b.size.height};
+    const CGPoint turned = CGPointApplyAffineTransform(local, layer.affineTransform());
+    return {turned.x + layer.position().x, turned.y + layer.position().y};
+}
+
+CGPoint fromSuperlayer(const CALayer& layer, CGPoint q) {
+    const CGRect b = layer.bounds();
+    const CGPoint anchor = layer.anchorPoint();
+    const CGPoint local = CGPointApplyAffineTransform({q.x - layer.position().x, q.y - layer.position().y},
+                                                      CGAffineTransformInvert(layer.affineTransform()));
+    return {local.x + b.origin.x + anchor.x * b.size.width, local.y + b.origin.y + anchor.y * b.size.height};
+}
+
+// The chain from `view` up to its root, the view first.
+std::vector<const UIView*> ancestry(const UIView* view) {
+    std::vector<const UIView*> chain;
+    std::shared_ptr<UIView> keep;
+    for (const UIView* v = view; v != nullptr; v = keep.get()) {
+        chain.push_back(v);
+        keep = v->superview();
+    }
+    // Every member is kept alive by its subview's owner or by the caller.
+    return chain;
+}
+
+CGPoint toRoot(const std::vector<const UIView*>& chain, CGPoint p) {
+    for (std::size_t i = 0; i + 1 < chain.size(); ++i) p = toSuperlayer(*chain[i]->layer(), p);
+    return p;
+}
+
+CGPoint fromRoot(const std::vector<const UIView*>& chain, CGPoint p) {
+    for (std::size_t i = chain.size(); i-- > 1;) p = fromSuperlayer(*chain[i - 1]->layer(), p);
+    return p;
+}
+
+}  // namespace
+
 void UIView::initWithFrame(CGRect frame) {
     layer_ = makeBackingLayer();
     if (!layer_) layer_ = CALayer::layer();
@@ -91,6 +136,36 @@ void UIView::removeGestureRecognizer(const std::shared_ptr<UIGestureRecognizer>&
     if (it == recognizers_.end()) return;
     recognizers_.erase(it);
     recognizer->view_.reset();
+}
+
+std::shared_ptr<UIView> UIView::hitTest(CGPoint point, UIEvent* event) {
+    if (isHidden() || !userInteractionEnabled_ || alpha() < 0.01) return nullptr;
+    if (!pointInside(point, event)) return nullptr;
+    const auto children = subviews();
+    for (auto it = children.rbegin(); it != children.rend(); ++it) {
+        if (auto hit = (*it)->hitTest(fromSuperlayer(*(*it)->layer(), point), event)) return hit;
+    }
+    return std::static_pointer_cast<UIView>(shared_from_this());
+}
+
+bool UIView::pointInside(CGPoint point, UIEvent*) const {
+    return CGRectContainsPoint(bounds(), point);
+}
+
+CGPoint UIView::convertPointToView(CGPoint point, const UIView* view) const {
+    const auto from = ancestry(this);
+    const CGPoint inRoot = toRoot(from, point);
+    if (view == nullptr) return inRoot;
+    const auto to = ancestry(view);
+    if (to.back() == from.back()) return fromRoot(to, inRoot);
+    // Different windows: through the screen, where each window's layer is placed.
+    const CGPoint onScreen = toSuperlayer(*from.back()->layer(), inRoot);
+    return fromRoot(to, fromSuperlayer(*to.back()->layer(), onScreen));
+}
+
+CGPoint UIView::convertPointFromView(CGPoint point, const UIView* view) const {
+    if (view != nullptr) return view->convertPointToView(point, this);
+    return fromRoot(ancestry(this), point);
 }
 
 void UIView::drawRect(CGRect) {}

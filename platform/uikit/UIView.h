@@ -5,6 +5,9 @@
 // and hidden state live in the layer; the order of subviews is the order of their layers among the
 // layer's sublayers. A view holds its subviews and gesture recognizers strongly and its superview
 // weakly.
+//
+// Touches: hitTest:withEvent: finds the deepest view under a point that takes touches; a view's
+// touches callbacks (UIResponder) pass them on to its superview unless it handles them.
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,13 +18,14 @@
 #include "platform/quartzcore/CALayer.h"
 #include "platform/uikit/UIColor.h"
 #include "platform/uikit/UIGestureRecognizer.h"
+#include "platform/uikit/UIResponder.h"
 
 namespace platform {
 
 class UIWindow;
 
-class UIView : public NSObject, public CALayerDelegate {
-    PLATFORM_OBJC_CLASS(UIView, NSObject)
+class UIView : public UIResponder, public CALayerDelegate {
+    PLATFORM_OBJC_CLASS(UIView, UIResponder)
 public:
     UIView() = default;
 
@@ -72,6 +76,24 @@ public:
     void addGestureRecognizer(const std::shared_ptr<UIGestureRecognizer>& recognizer);
     void removeGestureRecognizer(const std::shared_ptr<UIGestureRecognizer>& recognizer);
 
+    // Whether touches may land on the view or its subviews. YES, but for labels and image views.
+    bool isUserInteractionEnabled() const { return userInteractionEnabled_; }
+    void setUserInteractionEnabled(bool enabled) { userInteractionEnabled_ = enabled; }
+    // The deepest descendant (or the view itself) under `point`, in the view's coordinates, that
+    // takes touches; null if none. Hidden views, views that don't take touches and views of alpha
+    // below 0.01 take none, nor do their subviews; later subviews are tried first.
+    virtual std::shared_ptr<UIView> hitTest(CGPoint point, UIEvent* event);
+    // Whether `point`, in the view's coordinates, lies in its bounds.
+    virtual bool pointInside(CGPoint point, UIEvent* event) const;
+
+    // A point between this view's coordinates and `view`'s; a null view means the window's (the
+    // root of the hierarchy's). Views in different windows convert through screen coordinates.
+    CGPoint convertPointToView(CGPoint point, const UIView* view) const;
+    CGPoint convertPointFromView(CGPoint point, const UIView* view) const;
+
+    // The superview: a view that doesn't handle a touch passes it up.
+    std::shared_ptr<UIResponder> nextResponder() const override { return superview(); }
+
     // Draws the view's own content in its bounds' coordinates into the current context. The
     // default draws nothing.
     virtual void drawRect(CGRect rect);
@@ -95,6 +117,7 @@ private:
     std::weak_ptr<UIView> superview_;
     std::vector<std::shared_ptr<UIView>> ownedSubviews_;  // keeps them alive; order is the layer's
     std::vector<std::shared_ptr<UIGestureRecognizer>> recognizers_;
+    bool userInteractionEnabled_ = true;
 };
 
 }  // namespace platform

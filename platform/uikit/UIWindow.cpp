@@ -1,6 +1,7 @@
 #include "platform/uikit/UIWindow.h"
 
 #include "platform/uikit/UIApplication.h"
+#include "platform/uikit/detail/GestureEnvironment.h"
 
 namespace platform {
 
@@ -33,6 +34,15 @@ void UIWindow::makeKeyAndVisible() {
 
 bool UIWindow::isKeyWindow() const {
     return UIApplication::sharedApplication()->keyWindow().get() == this;
+}
+
+void UIWindow::sendEvent(const std::shared_ptr<UIEvent>& event) {
+    if (!event) return;
+    detail::GestureEnvironment::shared().dispatch(*this, event);
+}
+
+std::shared_ptr<UIResponder> UIWindow::nextResponder() const {
+    return UIApplication::sharedApplication();
 }
 
 }  // namespace platform

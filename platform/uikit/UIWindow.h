@@ -4,6 +4,7 @@
 // application holds it weakly, so a host keeps its windows. Main thread.
 #include <memory>
 
+#include "platform/uikit/UIEvent.h"
 #include "platform/uikit/UIView.h"
 #include "platform/uikit/UIViewController.h"
 
@@ -18,6 +19,13 @@ public:
     // Shows the window and makes it the application's key window.
     void makeKeyAndVisible();
     bool isKeyWindow() const;
+
+    // Delivers a touch event: a touch that begins is hit-tested to its view and handed to the
+    // recognizers of that view and its ancestors up to this window; they get each touch first,
+    // then the view, as far as they let it through.
+    void sendEvent(const std::shared_ptr<UIEvent>& event);
+
+    std::shared_ptr<UIResponder> nextResponder() const override;
 
 protected:
     void initWithFrame(CGRect frame) override;

@@ -1,0 +1,186 @@
+// The React Native arrangement: the touch handler's failure requirement answered for TouchShims,
+// and a later start of the library adopting the shim an earlier one left on a window.
+#include <gtest/gtest.h>
+
+#include "capture/screen/RootViewScanner.h"
+#include "capture/touch/QLMReactNativeSwizzler.h"
+#include "capture/touch/TouchShim.h"
+#include "platform/reactnative/RCTTouchHandler.h"
+#include "platform/uikit/UITapGestureRecognizer.h"
+#include "platform/uikit/UIViewController.h"
+#include "tests/capture/touch/TouchTestSupport.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TouchTrace.h"
+
+using namespace platform;
+using namespace qlm_test;
+using quillmere::QLMReactNativeSwizzler;
+using quillmere::TouchShim;
+
+namespace {
+
+class TouchShimSubclass : public TouchShim {
+    PLATFORM_OBJC_CLASS(TouchShimSubclass, TouchShim)
+};
+
+using Answer = BOOL(UIGestureRecognizer*, UIGestureRecognizer*);
+
+Method handlerMethod() {
+    return class_getInstanceMethod(registerReactNativeTouchHandlerClass(),
+                                   sel_getUid(QLMReactNativeSwizzler::kSelector));
+}
+
+BOOL ask(const std::shared_ptr<RCTTouchHandler>& handler, UIGestureRecognizer* a, UIGestureRecognizer* b) {
+    return objc_msgSend<BOOL, UIGestureRecognizer*, UIGestureRecognizer*>(
+        handler.get(), sel_getUid(QLMReactNativeSwizzler::kSelector), a, b);
+}
+
+// Stands in for the handler's own implementation while a test runs: answers YES and counts its
+// calls, with the selector it was called with.
+struct RecordingOriginal {
+    RecordingOriginal() {
+        imp = imp_makeFunction<BOOL, UIGestureRecognizer*, UIGestureRecognizer*>(
+            [this](NSObject*, SEL sel, UIGestureRecognizer*, UIGestureRecognizer*) {
+                ++calls;
+                selector = sel;
+                return YES;
+            });
+        handlersOwn = method_setImplementation(handlerMethod(), imp);
+    }
+    ~RecordingOriginal() { method_setImplementation(handlerMethod(), handlersOwn); }
+    IMP imp;
+    IMP handlersOwn;
+    int calls = 0;
+    SEL selector = nullptr;
+};
+
+TEST(ReactNativeSwizzler, AnswersNoForExactlyATouchShimAndDefersOtherwise) {
+    const auto handler = RCTTouchHandler::make();
+    RecordingOriginal original;
+    const auto swizzler = QLMReactNativeSwizzler::make();
+    swizzler->swizzle();
+    EXPECT_EQ(quillmere::originalMethod.load(), handlerMethod());
+    EXPECT_EQ(quillmere::originalImplementation.load(), original.imp);
+
+    const auto shim = TouchShim::make();
+    const auto subclass = TouchShim::make<TouchShimSubclass>();
+    const auto tap = std::make_shared<UITapGestureRecognizer>();
+    struct Case {
+        const char* name;
+        UIGestureRecognizer* a;
+        UIGestureRecognizer* b;
+        BOOL answer;
+        bool original;
+    };
+    const Case cases[] = {
+        {"shim first", shim.get(), tap.get(), NO, false},
+        {"shim second", handler.get(), shim.get(), NO, false},
+        {"subclass of the shim", handler.get(), subclass.get(), YES, true},
+        {"two ordinary recognizers", handler.get(), tap.get(), YES, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        original.calls = 0;
+        EXPECT_EQ(ask(handler, c.a, c.b), c.answer);
+        EXPECT_EQ(original.calls, c.original ? 1 : 0);
+        if (c.original) {
+            EXPECT_STREQ(sel_getName(original.selector), QLMReactNativeSwizzler::kSelector);
+        }
+    }
+
+    // Twice: still the original behind the replacement, which doesn't call itself.
+    swizzler->swizzle();
+    EXPECT_EQ(quillmere::originalImplementation.load(), original.imp);
+    original.calls = 0;
+    EXPECT_EQ(ask(handler, handler.get(), tap.get()), YES);
+    EXPECT_EQ(original.calls, 1);
+
+    swizzler->deswizzle();
+    EXPECT_EQ(method_getImplementation(handlerMethod()), original.imp);
+    original.calls = 0;
+    EXPECT_EQ(ask(handler, handler.get(), shim.get()), YES);
+    EXPECT_EQ(original.calls, 1);
+}
+
+// The handler on the root view of a window that carries a shim: by its own answer it waits for the
+// shim, which never fails, so it never begins; while the library runs it does.
+TEST(ReactNativeSwizzler, LetsTheTouchHandlerBeginBesideAShimWhileTheLibraryRuns) {
+    const auto window = shownWindow();
+    const auto root = UIView::make(CGRectMake(0, 0, 400, 800));
+    window->addSubview(root);
+    const auto handler = RCTTouchHandler::make();
+    root->addGestureRecognizer(handler);
+    window->addGestureRecognizer(TouchShim::make());
+    const auto trace = std::make_shared<Trace>();
+    const auto recorder = ActionRecorder::make(trace, "handler");
+    recorder->observe(*handler);
+    TouchScreen screen(window);
+
+    screen.drag({100, 100}, {100, 200}, 3);
+    EXPECT_TRUE(trace->empty());
+
+    {
+        RunningLibrary library;
+        screen.drag({100, 100}, {100, 200}, 3);
+        EXPECT_EQ(*trace, (Trace{"handler began", "handler changed", "handler changed", "handler changed",
+                                 "handler ended"}));
+        library.stop();
+    }
+    trace->clear();
+    screen.drag({100, 100}, {100, 200}, 3);
+    EXPECT_TRUE(trace->empty());
+}
+
+void startAndStopWithoutReactNative() {
+    EXPECT_EQ(NSClassFromString(QLMReactNativeSwizzler::kTouchHandlerClassName), nullptr);
+    const auto window = shownWindow();
+    window->addGestureRecognizer(TouchShim::make());
+    TouchScreen screen(window);
+    RunningLibrary library;
+    EXPECT_EQ(quillmere::originalMethod.load(), nullptr);
+    EXPECT_EQ(quillmere::originalImplementation.load(), nullptr);
+    screen.tap({10, 10});
+    EXPECT_EQ(summaries(library.stop()), (std::vector<std::string>{"DOWN 10", "UP 10"}));
+    EXPECT_EQ(NSClassFromString(QLMReactNativeSwizzler::kTouchHandlerClassName), nullptr);
+}
+
+TEST(ReactNativeSwizzler, WithoutReactNativeStartAndShutdownGoAsUsual) {
+    // In a process of its own: elsewhere in this program the handler's class is registered.
+    inChildProcess(startAndStopWithoutReactNative);
+}
+
+std::size_t shimsOn(const UIWindow& window) {
+    std::size_t count = 0;
+    for (const auto& r : window.gestureRecognizers())
+        count += r->isMemberOfClass(TouchShim::class_()) ? 1 : 0;
+    return count;
+}
+
+void scan(quillmere::Core& core) {
+    quillmere::RootViewScanner::PendingCapture capture;
+    core.viewScanner()->scanWindows(capture);
+}
+
+TEST(TouchShimAdoption, ALaterStartAdoptsTheShimAnEarlierOneLeft) {
+    const auto window = shownWindow();
+    auto controller = std::make_shared<UIViewController>();
+    window->setRootViewController(controller);
+    TouchScreen screen(window);
+
+    RunningLibrary first;
+    scan(*first.core());
+    EXPECT_EQ(shimsOn(*window), 1u);
+    screen.tap({10, 10});
+    const auto firstMessages = first.stop();
+
+    RunningLibrary second;
+    scan(*second.core());
+    scan(*second.core());
+    EXPECT_EQ(shimsOn(*window), 1u);
+    EXPECT_TRUE(second.core()->viewScanner()->trackedWindows().containsObject(window));
+    screen.tap({20, 20});
+    EXPECT_EQ(summaries(second.stop()), (std::vector<std::string>{"DOWN 20", "UP 20"}));
+    EXPECT_EQ(summaries(firstMessages), (std::vector<std::string>{"DOWN 10", "UP 10"}));
+}
+
+}  // namespace

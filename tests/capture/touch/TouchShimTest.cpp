@@ -1,0 +1,242 @@
+// TouchShim: the messages a touch gives, and that the host's views and recognizers see exactly
+// what they would without it.
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "capture/touch/TouchShim.h"
+#include "platform/uikit/UIPanGestureRecognizer.h"
+#include "platform/uikit/UITapGestureRecognizer.h"
+#include "tests/capture/touch/TouchTestSupport.h"
+#include "tests/support/TouchTrace.h"
+
+using namespace platform;
+using namespace qlm_test;
+using quillmere::TouchShim;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+constexpr auto kBegan = UITouchPhase::UITouchPhaseBegan;
+constexpr auto kMoved = UITouchPhase::UITouchPhaseMoved;
+constexpr auto kEnded = UITouchPhase::UITouchPhaseEnded;
+constexpr auto kCancelled = UITouchPhase::UITouchPhaseCancelled;
+
+// One finger: down at x 0, `moves` samples at x 1, 2, ..., lifting at x 100; y is 50 throughout.
+void stroke(TouchScreen& screen, int moves, UITouchPhase end = kEnded) {
+    const auto touch = screen.newTouch();
+    screen.send({{touch, kBegan, {0, 50}}});
+    for (int i = 1; i <= moves; ++i) screen.send({{touch, kMoved, {static_cast<CGFloat>(i), 50}}});
+    screen.send({{touch, end, {100, 50}}});
+}
+
+struct StrokeCase {
+    int moves;
+    Lines messages;
+};
+
+TEST(TouchShimMessages, MovesAreBatchedTenToAMessageAndTheRestGoOutBeforeUp) {
+    const std::vector<StrokeCase> cases = {
+        {0, {"DOWN 0", "UP 100"}},
+        {1, {"DOWN 0", "MOVE 1 <>", "UP 100"}},
+        {10, {"DOWN 0", "MOVE 10 <1 2 3 4 5 6 7 8 9>", "UP 100"}},
+        {11, {"DOWN 0", "MOVE 11 <1 2 3 4 5 6 7 8 9 10>", "UP 100"}},
+        {12, {"DOWN 0", "MOVE 11 <1 2 3 4 5 6 7 8 9 10>", "MOVE 12 <>", "UP 100"}},
+        {23,
+         {"DOWN 0", "MOVE 11 <1 2 3 4 5 6 7 8 9 10>", "MOVE 22 <12 13 14 15 16 17 18 19 20 21>", "MOVE 23 <>",
+          "UP 100"}},
+    };
+    const auto window = shownWindow();
+    window->addGestureRecognizer(TouchShim::make());
+    TouchScreen screen(window);
+    double now = 12.5;
+    screen.setClock([&] { return now++; });
+    RunningLibrary library;
+    for (const auto& c : cases) stroke(screen, c.moves);
+    const auto messages = library.stop();
+
+    std::size_t at = 0;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.moves) + " moves");
+        ASSERT_LE(at + c.messages.size(), messages.size());
+        const Lines got(summaries({messages.begin() + static_cast<long>(at),
+                                   messages.begin() + static_cast<long>(at + c.messages.size())}));
+        EXPECT_EQ(got, c.messages);
+        at += c.messages.size();
+    }
+    EXPECT_EQ(at, messages.size());
+
+    // Times are the touch's uptime in milliseconds; positions window points.
+    ASSERT_GE(messages.size(), 3u);
+    EXPECT_EQ(messages[0].eventtime(), 12500.0);
+    EXPECT_EQ(messages[0].y(), 50.0f);
+    EXPECT_EQ(messages[1].eventtime(), 13500.0);  // the first stroke's UP
+    EXPECT_EQ(messages[3].eventtime(), 15500.0);  // the one sample of the second stroke heads its MOVE
+}
+
+TEST(TouchShimMessages, FingersAreReportedEachOnItsOwnAndCancellingEndsATouch) {
+    const auto window = shownWindow();
+    const auto shim = TouchShim::make();
+    window->addGestureRecognizer(shim);
+    TouchScreen screen(window);
+    RunningLibrary library;
+
+    const auto a = screen.newTouch(), b = screen.newTouch();
+    screen.send({{a, kBegan, {10, 0}}, {b, kBegan, {20, 0}}});
+    screen.send({{a, kMoved, {11, 0}}, {b, kMoved, {21, 0}}});
+    screen.send({{b, kMoved, {22, 0}}});
+    screen.send({{a, kEnded, {12, 0}}, {b, kEnded, {23, 0}}});
+
+    // Beginning twice is one DOWN and keeps the buffer; an end for a touch that never began here is
+    // nothing.
+    const auto c = screen.newTouch();
+    screen.send({{c, kBegan, {30, 0}}});
+    screen.send({{c, kMoved, {31, 0}}});
+    shim->touchesBegan({c}, nullptr);
+    screen.send({{c, kMoved, {32, 0}}});
+    screen.send({{c, kCancelled, {33, 0}}});
+    shim->touchesEnded({c}, nullptr);
+    shim->touchesEnded({screen.newTouch()}, nullptr);
+
+    EXPECT_EQ(summaries(library.stop()), (Lines{"DOWN 10", "DOWN 20", "MOVE 11 <>", "UP 12", "MOVE 22 <21>",
+                                                "UP 23", "DOWN 30", "MOVE 32 <31>", "UP 33"}));
+    EXPECT_EQ(shim->trackedTouches().count(), 0u);
+}
+
+TEST(TouchShimMessages, WithoutACoreNothingIsSentAndTheBookkeepingIsTheSame) {
+    const auto window = shownWindow();
+    const auto shim = TouchShim::make();
+    window->addGestureRecognizer(shim);
+    TouchScreen screen(window);
+    const auto touch = screen.newTouch();
+    const auto pending = [&] { return shim->trackedTouches().objectForKey(touch); };
+
+    RunningLibrary library;
+    screen.send({{touch, kBegan, {0, 0}}});
+    for (int i = 1; i <= 3; ++i) screen.send({{touch, kMoved, {static_cast<CGFloat>(i), 0}}});
+    EXPECT_EQ(summaries(library.stop()), (Lines{"DOWN 0"}));
+
+    // No Core from here: eight more samples fill the buffer and the next empties it, unsent.
+    ASSERT_TRUE(pending());
+    EXPECT_EQ(pending()->samples.size(), 3u);
+    for (int i = 4; i <= 11; ++i) screen.send({{touch, kMoved, {static_cast<CGFloat>(i), 0}}});
+    EXPECT_EQ(pending()->samples.size(), 0u);
+    screen.send({{touch, kMoved, {12, 0}}});
+    EXPECT_EQ(pending()->samples.size(), 1u);
+
+    // A new session sees the touch end (its tail and UP), but no DOWN of a touch it never saw.
+    RunningLibrary next;
+    screen.send({{touch, kEnded, {13, 0}}});
+    const auto later = screen.newTouch();
+    shim->touchesEnded({later}, nullptr);
+    EXPECT_EQ(summaries(next.stop()), (Lines{"MOVE 12 <>", "UP 13"}));
+    EXPECT_FALSE(pending());
+}
+
+// A host screen: a button with a tap, a list with a pan that scrolls it, a view with a double tap
+// that a single tap waits for, and a two-finger pan.
+struct HostScreen {
+    explicit HostScreen(const std::shared_ptr<Trace>& trace) {
+        window = shownWindow();
+        background = TracingView::make(trace, "background", CGRectMake(0, 0, 400, 800));
+        window->addSubview(background);
+        button = TracingView::make(trace, "button", CGRectMake(20, 20, 200, 50));
+        list = TracingView::make(trace, "list", CGRectMake(0, 100, 400, 300));
+        card = TracingView::make(trace, "card", CGRectMake(0, 420, 400, 100));
+        canvas = TracingView::make(trace, "canvas", CGRectMake(0, 540, 400, 260));
+        for (const auto& v : {button, list, card, canvas}) background->addSubview(v);
+        add<UITapGestureRecognizer>(trace, "tap", button);
+        auto pan = add<UIPanGestureRecognizer>(trace, "pan", list);
+        recorders.back()->then = [this, pan](UIGestureRecognizer&) {
+            scrolled = pan->translationInView(list.get()).y;
+        };
+        auto single = add<UITapGestureRecognizer>(trace, "single", card);
+        auto doubleTap = add<UITapGestureRecognizer>(trace, "double", card);
+        doubleTap->setNumberOfTapsRequired(2);
+        single->requireGestureRecognizerToFail(doubleTap);
+        auto twoFingers = add<UIPanGestureRecognizer>(trace, "two", canvas);
+        twoFingers->setMinimumNumberOfTouches(2);
+        twoFingers->setCancelsTouchesInView(false);
+    }
+
+    template <class R>
+    std::shared_ptr<R> add(const std::shared_ptr<Trace>& trace, const std::string& name,
+                           const std::shared_ptr<UIView>& view) {
+        auto r = std::make_shared<R>();
+        recorders.push_back(ActionRecorder::make(trace, name));
+        recorders.back()->observe(*r);
+        view->addGestureRecognizer(r);
+        return r;
+    }
+
+    std::shared_ptr<UIWindow> window;
+    std::shared_ptr<TracingView> background, button, list, card, canvas;
+    std::vector<std::shared_ptr<ActionRecorder>> recorders;
+    CGFloat scrolled = 0;
+};
+
+struct HostScenario {
+    const char* name;
+    std::function<void(TouchScreen&, HostScreen&, Trace&)> run;
+};
+
+TEST(TouchShimInvisibility, TheHostsViewsAndRecognizersSeeTheSameWithAndWithoutIt) {
+    const std::vector<HostScenario> scenarios = {
+        {"tap on the button",
+         [](TouchScreen& s, HostScreen&, Trace&) {
+             s.tap({100, 40});
+         }},
+        {"tap beside the button",
+         [](TouchScreen& s, HostScreen&, Trace&) {
+             s.tap({300, 40});
+         }},
+        {"drag through the list",
+         [](TouchScreen& s, HostScreen& h, Trace& t) {
+             s.drag({200, 350}, {200, 150}, 12);
+             t.push_back("scrolled " + std::to_string(static_cast<int>(h.scrolled)));
+         }},
+        {"drag cancelled by the system",
+         [](TouchScreen& s, HostScreen&, Trace&) {
+             const auto touch = s.touchDown({200, 300});
+             for (int y = 290; y >= 240; y -= 10) s.touchMove(touch, {200, static_cast<CGFloat>(y)});
+             s.touchCancel(touch);
+         }},
+        {"single tap waiting for a double tap to fail",
+         [](TouchScreen& s, HostScreen&, Trace& t) {
+             s.tap({200, 470});
+             EXPECT_TRUE(runMainLoopUntil([&] { return traceHas(t, "single ended"); }));
+         }},
+        {"double tap",
+         [](TouchScreen& s, HostScreen&, Trace&) {
+             s.tap({200, 470});
+             s.tap({200, 470});
+         }},
+        {"two fingers",
+         [](TouchScreen& s, HostScreen&, Trace&) {
+             const auto a = s.newTouch(), b = s.newTouch();
+             s.send({{a, kBegan, {100, 600}}});
+             s.send({{b, kBegan, {200, 600}}});
+             for (CGFloat y = 610; y <= 660; y += 10) s.send({{a, kMoved, {100, y}}, {b, kMoved, {200, y}}});
+             s.send({{a, kEnded, {100, 660}}});
+             s.send({{b, kEnded, {200, 660}}});
+         }},
+    };
+    for (const auto& scenario : scenarios) {
+        SCOPED_TRACE(scenario.name);
+        Trace runs[2];
+        for (int withShim = 0; withShim < 2; ++withShim) {
+            const auto trace = std::make_shared<Trace>();
+            HostScreen host(trace);
+            if (withShim) host.window->addGestureRecognizer(TouchShim::make());
+            TouchScreen screen(host.window);
+            double now = 50;
+            screen.setClock([&] { return now += 0.01; });
+            scenario.run(screen, host, *trace);
+            runs[withShim] = *trace;
+        }
+        EXPECT_FALSE(runs[0].empty());
+        EXPECT_EQ(runs[1], runs[0]);
+    }
+}
+
+}  // namespace
