@@ -19,6 +19,8 @@ std::optional<uint64_t> parseUnsigned(const std::string& text, uint64_t max) {
 
 std::string usageText() {
     return "Usage: quillmere-ingest [options]\n"
+           "       quillmere-ingest inspect --db PATH [--recording ID]\n"
+           "       quillmere-ingest check-privacy --db PATH --secret TEXT [--recording ID]\n"
            "Receives the uploads of the Quillmere recording library, stores them and shows them.\n"
            "\n"
            "  --host HOST              IPv4 address to listen on (default 127.0.0.1)\n"
@@ -29,13 +31,64 @@ std::string usageText() {
            "  --max-connections N      connections served at once (default 32)\n"
            "  --max-body-mib N         largest upload in MiB (default 64)\n"
            "  --read-timeout-ms N      time a request may take to arrive or pause (default 10000)\n"
+           "  --web-dir DIR            the replay page's files (default " QLM_INGEST_WEB_DIR ")\n"
+           "  --pdfjs-dir DIR          pdf.js's build folder (default " QLM_INGEST_PDFJS_DIR ")\n"
            "  --help                   print this text\n"
            "\n"
-           "Point the library's serverURL at http://HOST:PORT/i; open http://HOST:PORT/ to browse.\n";
+           "Point the library's serverURL at http://HOST:PORT/i; open http://HOST:PORT/ to browse.\n"
+           "\n"
+           "inspect prints each event of the store (or of one recording) as a line of JSON, with the\n"
+           "inner message decoded and each screen capture summarised by its size and page text.\n"
+           "check-privacy looks for TEXT in the text of every screen capture, log and network\n"
+           "message and exits with 1, naming each place, when it appears anywhere; 0 when it does not.\n";
 }
 
-std::variant<ServerSettings, CommandLineMessage> parseCommandLine(const std::vector<std::string>& arguments) {
+namespace {
+
+std::variant<ServerSettings, InspectorSettings, CommandLineMessage> parseInspector(
+    const std::vector<std::string>& arguments) {
+    InspectorSettings settings;
+    settings.checkPrivacy = arguments.front() == "check-privacy";
+    for (std::size_t i = 1; i < arguments.size(); ++i) {
+        std::string name = arguments[i];
+        std::optional<std::string> value;
+        if (const auto eq = name.find('='); name.starts_with("--") && eq != std::string::npos) {
+            value = name.substr(eq + 1);
+            name.resize(eq);
+        }
+        if (name == "--help" || name == "-h") return CommandLineMessage{usageText(), false};
+        if (!value) {
+            if (i + 1 >= arguments.size())
+                return CommandLineMessage{name + " needs a value\n\n" + usageText()};
+            value = arguments[++i];
+        }
+        if (name == "--db") {
+            settings.databasePath = *value;
+        } else if (name == "--recording") {
+            settings.recordingID = *value;
+        } else if (name == "--secret" && settings.checkPrivacy) {
+            settings.secret = *value;
+        } else {
+            return CommandLineMessage{"unknown option " + name + " for " + arguments.front() + "\n\n" +
+                                      usageText()};
+        }
+    }
+    if (settings.databasePath.empty()) return CommandLineMessage{arguments.front() + " needs --db\n\n" + usageText()};
+    if (settings.checkPrivacy && settings.secret.empty())
+        return CommandLineMessage{"check-privacy needs a non-empty --secret\n\n" + usageText()};
+    return settings;
+}
+
+}  // namespace
+
+std::variant<ServerSettings, InspectorSettings, CommandLineMessage> parseCommandLine(
+    const std::vector<std::string>& arguments) {
+    if (!arguments.empty() && (arguments.front() == "inspect" || arguments.front() == "check-privacy")) {
+        return parseInspector(arguments);
+    }
     ServerSettings settings;
+    settings.webFolder = QLM_INGEST_WEB_DIR;
+    settings.pdfjsFolder = QLM_INGEST_PDFJS_DIR;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         std::string name = arguments[i];
         std::optional<std::string> value;
@@ -63,6 +116,10 @@ std::variant<ServerSettings, CommandLineMessage> parseCommandLine(const std::vec
         } else if (name == "--dashboard-url") {
             settings.dashboardURL = *value;
             while (settings.dashboardURL.ends_with('/')) settings.dashboardURL.pop_back();
+        } else if (name == "--web-dir") {
+            settings.webFolder = *value;
+        } else if (name == "--pdfjs-dir") {
+            settings.pdfjsFolder = *value;
         } else if (name == "--ready-file") {
             settings.readyFile = *value;
         } else if (name == "--max-connections") {

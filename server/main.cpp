@@ -13,6 +13,7 @@
 #include "server/ServerCommandLine.h"
 #include "server/app/IngestService.h"
 #include "server/http/HttpServer.h"
+#include "server/inspect/RecordingInspector.h"
 #include "server/store/RecordingStore.h"
 
 namespace {
@@ -47,7 +48,8 @@ int run(const ServerSettings& settings) {
                       [&service](const HttpRequest& request) { return service->handle(request); });
     server.listen();
     const std::string baseURL = "http://" + settings.http.host + ":" + std::to_string(server.port());
-    service.emplace(*store, settings.dashboardURL.empty() ? baseURL : settings.dashboardURL);
+    service.emplace(*store, settings.dashboardURL.empty() ? baseURL : settings.dashboardURL,
+                    WebFolders{settings.webFolder, settings.pdfjsFolder});
     server.start();
 
     std::cout << "Quillmere ingest server listening on " << baseURL << " (store: " << store->path() << ")"
@@ -61,6 +63,18 @@ int run(const ServerSettings& settings) {
     return 0;
 }
 
+int inspect(const InspectorSettings& settings) {
+    // Opening a missing path would create an empty store and report it clean.
+    if (!std::filesystem::is_regular_file(settings.databasePath)) {
+        std::cerr << "quillmere-ingest: no store at " << settings.databasePath << std::endl;
+        return kInspectFailed;
+    }
+    const RecordingStore store(settings.databasePath);
+    return settings.checkPrivacy
+               ? checkPrivacy(store, settings.secret, settings.recordingID, std::cout, std::cerr)
+               : inspectRecordings(store, settings.recordingID, std::cout, std::cerr);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -70,6 +84,7 @@ int main(int argc, char** argv) {
         return message->isError ? 2 : 0;
     }
     try {
+        if (const auto* inspector = std::get_if<InspectorSettings>(&parsed)) return inspect(*inspector);
         return run(std::get<ServerSettings>(parsed));
     } catch (const std::exception& e) {
         std::cerr << "quillmere-ingest: " << e.what() << std::endl;

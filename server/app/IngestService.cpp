@@ -6,6 +6,7 @@
 #include "server/store/StoreError.h"
 #include "server/views/HtmlPages.h"
 #include "server/views/JsonViews.h"
+#include "server/views/ReplayJson.h"
 #include "wire/qm_ios.pb.h"
 
 namespace qlm::ingest {
@@ -35,8 +36,8 @@ HttpResponse uncached(HttpResponse response) {
 
 }  // namespace
 
-IngestService::IngestService(RecordingStore& store, std::string dashboardURL)
-    : store_(store), dashboardURL_(std::move(dashboardURL)) {
+IngestService::IngestService(RecordingStore& store, std::string dashboardURL, const WebFolders& web)
+    : store_(store), dashboardURL_(std::move(dashboardURL)), pageFiles_(web.page), pdfjsFiles_(web.pdfjs) {
     router_.add("POST", "/**/i",
                 [this](const HttpRequest& request, const RouteParams&) { return ingest(request); });
     router_.add("GET", "/", [this](const HttpRequest&, const RouteParams&) { return listPage(); });
@@ -44,6 +45,14 @@ IngestService::IngestService(RecordingStore& store, std::string dashboardURL)
                 [this](const HttpRequest&, const RouteParams&) { return listJson(); });
     router_.add("GET", "/{app}/s/{recording}/{session}",
                 [this](const HttpRequest&, const RouteParams& params) { return sessionPage(params); });
+    router_.add("GET", "/{app}/s/{recording}/{session}/events",
+                [this](const HttpRequest&, const RouteParams& params) { return eventListPage(params); });
+    router_.add("GET", "/{app}/s/{recording}/{session}/replay.json",
+                [this](const HttpRequest&, const RouteParams& params) { return replayDocument(params); });
+    router_.add("GET", "/assets/{file}",
+                [this](const HttpRequest&, const RouteParams& params) { return asset(pageFiles_, params); });
+    router_.add("GET", "/assets/pdfjs/{file}",
+                [this](const HttpRequest&, const RouteParams& params) { return asset(pdfjsFiles_, params); });
     router_.add("GET", "/{app}/s/{recording}/{session}/events.json",
                 [this](const HttpRequest&, const RouteParams& params) { return sessionJson(params); });
     router_.add("GET", "/{app}/s/{recording}/{session}/frames/{seq}.pdf",
@@ -79,7 +88,37 @@ HttpResponse IngestService::sessionPage(const RouteParams& params) const {
     const auto key = keyOf(params);
     const auto recording = key ? store_.recording(*key) : std::nullopt;
     if (!recording) return unknownRecording();
+    // The page is the same for every recording but for its links; its script reads replay.json
+    // beside its own address.
+    if (auto page = pageFiles_.serve("replay.html")) {
+        const std::string base = escapeHtml(recordingPath(*key));
+        for (std::size_t at = page->body.find("%BASE%"); at != std::string::npos;
+             at = page->body.find("%BASE%", at + base.size())) {
+            page->body.replace(at, 6, base);
+        }
+        return uncached(std::move(*page));
+    }
     return uncached(HttpResponse::html(200, recordingPage(*recording, store_.events(*key))));
+}
+
+HttpResponse IngestService::eventListPage(const RouteParams& params) const {
+    const auto key = keyOf(params);
+    const auto recording = key ? store_.recording(*key) : std::nullopt;
+    if (!recording) return unknownRecording();
+    return uncached(HttpResponse::html(200, recordingPage(*recording, store_.events(*key))));
+}
+
+HttpResponse IngestService::replayDocument(const RouteParams& params) const {
+    const auto key = keyOf(params);
+    const auto recording = key ? store_.recording(*key) : std::nullopt;
+    if (!recording) return HttpResponse::json(404, R"({"error":"unknown recording"})");
+    return uncached(HttpResponse::json(200, replayJson(*recording, store_.events(*key))));
+}
+
+HttpResponse IngestService::asset(const StaticFiles& files, const RouteParams& params) {
+    if (auto file = files.serve(params.at("file"))) return std::move(*file);
+    return notFound("No such file. The replay page's files come with the server's source; pdf.js is "
+                    "installed by scripts/setup.");
 }
 
 HttpResponse IngestService::sessionJson(const RouteParams& params) const {

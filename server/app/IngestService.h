@@ -3,23 +3,34 @@
 //   POST <any path ending in /i>?a=&r=&t=&s=&ir=t   an upload; 201 with the dashboard relay message
 //   GET  /                                          recordings (HTML)
 //   GET  /recordings.json                           recordings (JSON)
-//   GET  /<appID>/s/<recordingID>/<session>         a session's events (HTML)
+//   GET  /<appID>/s/<recordingID>/<session>         the replay page (HTML; the event list when the
+//                                                   page's files are not there)
+//   GET  /<appID>/s/<recordingID>/<session>/events  a session's events (HTML)
 //   GET  /<appID>/s/<recordingID>/<session>/events.json
+//   GET  /<appID>/s/<recordingID>/<session>/replay.json   the player's document (ReplayJson.h)
 //   GET  /<appID>/s/<recordingID>/<session>/frames/<seqID>.pdf
+//   GET  /assets/<file>, /assets/pdfjs/<file>       the replay page's files and pdf.js
 // handle() is safe from any thread; the store must outlive the service.
 #include <string>
 
 #include "server/http/HttpRequest.h"
 #include "server/http/HttpResponse.h"
 #include "server/http/Router.h"
+#include "server/http/StaticFiles.h"
 #include "server/store/RecordingStore.h"
 
 namespace qlm::ingest {
 
+// Where the replay page's files are read from; an empty folder serves none.
+struct WebFolders {
+    std::string page;   // replay.html, replay.js, replay.css
+    std::string pdfjs;  // pdf.js's build folder: pdf.min.mjs, pdf.worker.min.mjs
+};
+
 class IngestService {
 public:
     // `dashboardURL`: the base address relayed to the library, e.g. "http://127.0.0.1:8080".
-    IngestService(RecordingStore& store, std::string dashboardURL);
+    IngestService(RecordingStore& store, std::string dashboardURL, const WebFolders& web = {});
 
     HttpResponse handle(const HttpRequest& request) const;
 
@@ -29,10 +40,15 @@ private:
     HttpResponse listJson() const;
     HttpResponse sessionPage(const RouteParams& params) const;
     HttpResponse sessionJson(const RouteParams& params) const;
+    HttpResponse eventListPage(const RouteParams& params) const;
+    HttpResponse replayDocument(const RouteParams& params) const;
+    static HttpResponse asset(const StaticFiles& files, const RouteParams& params);
     HttpResponse frame(const RouteParams& params) const;
 
     RecordingStore& store_;           // thread-safe itself
     const std::string dashboardURL_;  // immutable
+    const StaticFiles pageFiles_;     // immutable
+    const StaticFiles pdfjsFiles_;    // immutable
     Router router_;                   // filled by the constructor, read-only afterwards
 };
 

@@ -199,4 +199,19 @@ std::optional<std::string> RecordingStore::eventData(const RecordingKey& key, ui
     return select.blob(0);
 }
 
+void RecordingStore::forEachEvent(
+    const RecordingKey& key, const std::function<void(const StoredEvent&, std::string_view data)>& visit) const {
+    std::lock_guard lock(mutex_);
+    SqliteStatement select(db_,
+                           "SELECT e.seqID, e.time, e.timeOffset, e.type, e.summary, e.json, e.data FROM events e "
+                           "JOIN recordings r ON r.id = e.recording "
+                           "WHERE r.appID = ?1 AND r.recordingID = ?2 AND r.sessionID = ?3 ORDER BY e.seqID");
+    bindKey(select, key);
+    while (select.step()) {
+        const StoredEvent event{static_cast<uint32_t>(select.integer(0)), select.real(1), select.real(2),
+                                select.text(3), select.text(4), select.text(5)};
+        visit(event, select.blob(6));
+    }
+}
+
 }  // namespace qlm::ingest

@@ -3,6 +3,7 @@
 // guarded by one mutex, so every member is safe from any thread and a batch is stored in one
 // transaction that readers never see half of. Failures of the database throw StoreError.
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -55,6 +56,11 @@ public:
     // The inner message bytes of one event, when the session has that seqID with that type.
     std::optional<std::string> eventData(const RecordingKey& key, uint32_t seqID,
                                          std::string_view type) const;
+    // Each event of the session in seqID order with its inner message bytes, one at a time so that a
+    // long recording's PDFs are never all in memory. The store is locked meanwhile: `visit` must not
+    // call the store.
+    void forEachEvent(const RecordingKey& key,
+                      const std::function<void(const StoredEvent&, std::string_view data)>& visit) const;
 
 private:
     RecordingStore(std::string path, bool removeOnClose);

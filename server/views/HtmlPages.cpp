@@ -110,7 +110,8 @@ std::string recordingPage(const RecordingSummary& recording, const std::vector<S
                           escapeHtml(recording.key.appID) + "</b>, session " +
                           std::to_string(recording.key.sessionID) + ", tab <code>" +
                           escapeHtml(recording.tabID) + "</code>, " + std::to_string(events.size()) +
-                          " events. <a href=\"" + base + "/events.json\">Events as JSON</a></p>\n";
+                          " events. <a href=\"" + base + "\">Replay</a> &middot; <a href=\"" + base +
+                          "/events.json\">Events as JSON</a></p>\n";
     content +=
         "<table><tr><th>Time (UTC)</th><th>Offset</th><th>Seq</th><th>Type</th><th>Summary</th></tr>\n";
     for (const StoredEvent& e : events) {

@@ -76,7 +76,7 @@ TEST(ViewsTest, SessionPageListsEventsInOrderEscapedAndLinksAFrameServedByteForB
     capture.set_pdfdata(fakePdf(3 * 1024 * 1024));  // past the size at which curl asks to continue
     ASSERT_EQ(post(server.ingestURL("rec-1"), encodeBatch({eventOf(9, capture)})).status, 201);
 
-    const Reply page = get(server.url("/app-1/s/rec-1/0"));
+    const Reply page = get(server.url("/app-1/s/rec-1/0/events"));
     ASSERT_EQ(page.status, 200);
     EXPECT_EQ(page.contentType, "text/html; charset=utf-8");
     std::size_t previous = 0;

@@ -77,7 +77,10 @@ TEST_P(BadCommandLineTest, IsAnErrorWithUsage) {
 INSTANTIATE_TEST_SUITE_P(Table, BadCommandLineTest,
                          testing::Values(Arguments{"--port"}, Arguments{"--port", "65536"},
                                          Arguments{"--port=80x"}, Arguments{"--max-connections", "0"},
-                                         Arguments{"--verbose"}));
+                                         Arguments{"--verbose"}, Arguments{"inspect"},
+                                         Arguments{"check-privacy", "--db", "f.sqlite"},
+                                         Arguments{"check-privacy", "--db", "f.sqlite", "--secret", ""},
+                                         Arguments{"inspect", "--db", "f.sqlite", "--secret", "s"}));
 
 }  // namespace
 }  // namespace qlm_test

@@ -25,6 +25,13 @@ qm::Event eventOf(uint32_t seqID, const google::protobuf::Message& inner) {
     return event;
 }
 
+qm::Event eventAt(uint32_t seqID, double offset, const google::protobuf::Message& inner) {
+    qm::Event event = eventOf(seqID, inner);
+    event.set_time(1700000000000.0 + offset);
+    event.set_timeoffset(offset);
+    return event;
+}
+
 std::string fakePdf(std::size_t size) {
     std::string pdf = "%PDF-1.4\n1 0 obj << /Type /Catalog >> endobj\n";
     while (pdf.size() + 6 < size) pdf += static_cast<char>('a' + pdf.size() % 26);
@@ -133,12 +140,12 @@ std::string RawConnection::readUntilClosed() {
     return received;
 }
 
-RunningServer::RunningServer(qlm::ingest::HttpServerOptions options)
+RunningServer::RunningServer(qlm::ingest::HttpServerOptions options, qlm::ingest::WebFolders web)
     : store_(qlm::ingest::RecordingStore::createTemporary()),
       server_(std::move(options),
               [this](const qlm::ingest::HttpRequest& request) { return service_->handle(request); }) {
     server_.listen();
-    service_.emplace(*store_, url());
+    service_.emplace(*store_, url(), web);
     server_.start();
 }
 

@@ -20,6 +20,8 @@ namespace qlm_test {
 
 // An event of the inner message's own type, with times derived from seqID.
 qm::Event eventOf(uint32_t seqID, const google::protobuf::Message& inner);
+// An event at `offset` milliseconds into a session that began at 1700000000000.
+qm::Event eventAt(uint32_t seqID, double offset, const google::protobuf::Message& inner);
 // One event of each of the seven types, seqIDs first..first+6; at first+3 a capture of fakePdf(3000).
 std::vector<qm::Event> everyKindOfEvent(uint32_t first = 0);
 std::string encodeBatch(const std::vector<qm::Event>& events, const std::string& appID = "app-1");
@@ -57,7 +59,7 @@ private:
 // On an ephemeral loopback port with a temporary store; stopped, and the store removed, on destruction.
 class RunningServer {
 public:
-    explicit RunningServer(qlm::ingest::HttpServerOptions options = {});
+    explicit RunningServer(qlm::ingest::HttpServerOptions options = {}, qlm::ingest::WebFolders web = {});
 
     std::string url(std::string_view pathAndQuery = "") const {
         return "http://127.0.0.1:" + std::to_string(server_.port()) + std::string(pathAndQuery);
