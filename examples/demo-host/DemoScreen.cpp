@@ -136,8 +136,8 @@ std::unique_ptr<DemoScreen> DemoScreen::make() {
     screen->email_ = addField(form, CGRectMake(16, 38, kWidth - 64, 40), "ada@example.com");
     addLabel(form, CGRectMake(16, 90, 200, 20), "Password", UIFont::boldSystemFontOfSize(14),
              secondaryText());
-    auto password = addField(form, CGRectMake(16, 114, kWidth - 64, 40), "correct horse battery staple");
-    password->setSecureTextEntry(true);
+    screen->password_ = addField(form, CGRectMake(16, 114, kWidth - 64, 40), "");
+    screen->password_->setSecureTextEntry(true);
     auto signIn = UIView::make(CGRectMake(16, 176, kWidth - 64, 48));
     signIn->setBackgroundColor(accent());
     signIn->layer()->setCornerRadius(12);

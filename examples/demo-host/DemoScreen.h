@@ -23,6 +23,8 @@ public:
 
     const std::shared_ptr<platform::UIWindow>& window() const { return window_; }
     const std::shared_ptr<platform::UITextField>& emailField() const { return email_; }
+    // Secure entry: the recording shows its bullets, never its text.
+    const std::shared_ptr<platform::UITextField>& passwordField() const { return password_; }
     const std::shared_ptr<platform::UIView>& signInButton() const { return signIn_; }
     const std::shared_ptr<platform::UIScrollView>& list() const { return list_; }
 
@@ -32,6 +34,7 @@ private:
     std::shared_ptr<platform::UIWindow> window_;
     std::shared_ptr<platform::UIScrollView> list_;
     std::shared_ptr<platform::UITextField> email_;
+    std::shared_ptr<platform::UITextField> password_;
     std::shared_ptr<platform::UIView> signIn_;
 };
 

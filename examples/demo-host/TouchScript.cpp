@@ -90,8 +90,13 @@ void TouchScript::installRecognizers() {
         screen_.emailField()->becomeFirstResponder();
         std::printf("demo: editing the email field\n");
     });
+    add(screen_.passwordField(), std::make_shared<UITapGestureRecognizer>(), [this](UIGestureRecognizer&) {
+        screen_.passwordField()->becomeFirstResponder();
+        std::printf("demo: editing the password field\n");
+    });
     add(screen_.signInButton(), std::make_shared<UITapGestureRecognizer>(), [this](UIGestureRecognizer&) {
         screen_.emailField()->resignFirstResponder();
+        screen_.passwordField()->resignFirstResponder();
         std::printf("demo: signing in as %s\n", screen_.emailField()->text().c_str());
     });
     auto pan = std::make_shared<UIPanGestureRecognizer>();
@@ -117,21 +122,24 @@ void TouchScript::tapOn(const UIView& view) {
     steps_.emplace_back([this, touch] { touches_.touchUp(*touch); });
 }
 
-void TouchScript::script() {
-    // Into the email field, which is then typed over a character at a time, with a tap now and
-    // then as a person moves the caret.
-    tapOn(*screen_.emailField());
-    pause(4);
-    steps_.emplace_back([this] { screen_.emailField()->setText(std::string()); });
-    const std::string typed = "grace@example.com";
-    for (std::size_t i = 1; i <= typed.size(); ++i) {
-        steps_.emplace_back([this, text = typed.substr(0, i)] { screen_.emailField()->setText(text); });
-        steps_.emplace_back([] {});
-        if (i % 6 == 0) tapOn(*screen_.emailField());
+void TouchScript::type(const std::shared_ptr<UITextField>& field, const std::string& text) {
+    tapOn(*field);
+    pause(8);
+    steps_.emplace_back([field] { field->setText(std::string()); });
+    for (std::size_t i = 1; i <= text.size(); ++i) {
+        steps_.emplace_back([field, typed = text.substr(0, i)] { field->setText(typed); });
+        pause(3);  // about ten keys a second
     }
-    pause(10);
+}
+
+void TouchScript::script() {
+    // A user name, then the password, each typed a key at a time after a tap on its field.
+    type(screen_.emailField(), "grace@example.com");
+    pause(25);
+    type(screen_.passwordField(), kPassword);
+    pause(25);
     tapOn(*screen_.signInButton());
-    pause(10);
+    pause(40);
 
     // A drag up through the list: it scrolls with the finger.
     const CGPoint from = centreInWindow(*screen_.list());
@@ -142,7 +150,7 @@ void TouchScript::script() {
             touches_.touchMove(*finger, {from.x, from.y - 10.0 * i});
         });
     steps_.emplace_back([this, finger] { touches_.touchUp(*finger); });
-    pause(10);
+    pause(40);
 
     // Two fingers spreading apart over the header.
     auto pair = std::make_shared<std::pair<std::shared_ptr<UITouch>, std::shared_ptr<UITouch>>>();
