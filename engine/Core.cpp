@@ -173,7 +173,18 @@ bool Core::shouldCaptureRequest(const platform::NSURLRequest& request) const {
     return true;
 }
 
-void Core::identify(const std::string& userID, const std::optional<Traits>& traits, bool isAnonymous) {
+void Core::identify(const std::string& hostUserID, const std::optional<Traits>& hostTraits,
+                    bool isAnonymous) {
+    // A host's C++ strings may hold any bytes, but the wire's strings must be UTF-8: one bad byte
+    // would get the whole upload refused. Repaired here, they count as what is sent.
+    const std::string userID = platform::NSStringByRepairingUTF8(hostUserID);
+    std::optional<Traits> traits;
+    if (hostTraits) {
+        traits.emplace();
+        for (const auto& [key, value] : *hostTraits)
+            traits->insert_or_assign(platform::NSStringByRepairingUTF8(key),
+                                     platform::NSStringByRepairingUTF8(value));
+    }
     const int64_t calls = identifyCalls_.getAndIncrement() + 1;
     if (calls > kMaximumIdentifyCalls) return;
     if (calls == kMaximumIdentifyCalls) {

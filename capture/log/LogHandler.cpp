@@ -124,8 +124,9 @@ void LogHandler::handlePipeNotificationWithNotification(
 qm::core::LogEvent LogHandler::logEventFrom(const std::string& level, const std::vector<std::string>& args) {
     qm::core::LogEvent event;
     event.set_loglevel(levelNamed(level));
-    // Plain text, unlike captured output, which goes in as a JSON array.
-    for (const auto& arg : args) event.add_args()->set_arson(arg);
+    // Plain text, unlike captured output, which goes in as a JSON array; repaired, as the wire's
+    // strings must be UTF-8.
+    for (const auto& arg : args) event.add_args()->set_arson(platform::NSStringByRepairingUTF8(arg));
     return event;
 }
 

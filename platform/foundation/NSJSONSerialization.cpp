@@ -155,7 +155,8 @@ public:
             why = "Invalid value (nil) in JSON write";
             return false;
         }
-        if (auto text = std::dynamic_pointer_cast<NSString>(object)) return writeString(text->UTF8String(), why);
+        if (auto text = std::dynamic_pointer_cast<NSString>(object))
+            return writeString(text->UTF8String(), why);
         if (auto number = std::dynamic_pointer_cast<NSNumber>(object)) return writeNumber(*number, why);
         if (std::dynamic_pointer_cast<NSNull>(object)) {
             out_ += "null";
@@ -221,14 +222,30 @@ private:
             out_.append(text, from, i - from);
             from = i + 1;
             switch (c) {
-                case '"': out_ += "\\\""; break;
-                case '\\': out_ += "\\\\"; break;
-                case '/': out_ += "\\/"; break;
-                case '\b': out_ += "\\b"; break;
-                case '\f': out_ += "\\f"; break;
-                case '\n': out_ += "\\n"; break;
-                case '\r': out_ += "\\r"; break;
-                case '\t': out_ += "\\t"; break;
+                case '"':
+                    out_ += "\\\"";
+                    break;
+                case '\\':
+                    out_ += "\\\\";
+                    break;
+                case '/':
+                    out_ += "\\/";
+                    break;
+                case '\b':
+                    out_ += "\\b";
+                    break;
+                case '\f':
+                    out_ += "\\f";
+                    break;
+                case '\n':
+                    out_ += "\\n";
+                    break;
+                case '\r':
+                    out_ += "\\r";
+                    break;
+                case '\t':
+                    out_ += "\\t";
+                    break;
                 default:
                     out_ += "\\u00";
                     out_ += kHex[c >> 4];

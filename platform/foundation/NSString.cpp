@@ -8,12 +8,14 @@
 
 namespace platform {
 
-std::shared_ptr<NSString> NSString::stringWithString(std::string utf8) { return NSStr(std::move(utf8)); }
+std::shared_ptr<NSString> NSString::stringWithString(std::string utf8) {
+    return NSStr(std::move(utf8));
+}
 
 std::shared_ptr<NSString> NSString::initWithBytes(std::string_view bytes, NSStringEncoding encoding) {
-    const bool valid = encoding == NSASCIIStringEncoding ? NSStringIsValidASCII(bytes)
-                     : encoding == NSUTF8StringEncoding  ? NSStringIsValidUTF8(bytes)
-                                                         : false;
+    const bool valid = encoding == NSASCIIStringEncoding  ? NSStringIsValidASCII(bytes)
+                       : encoding == NSUTF8StringEncoding ? NSStringIsValidUTF8(bytes)
+                                                          : false;
     if (!valid) return nullptr;
     return NSStr(std::string(bytes));
 }
@@ -32,7 +34,9 @@ bool NSString::isEqual(const NSObject* other) const {
     return s != nullptr && s->value_ == value_;
 }
 
-std::size_t NSString::hash() const { return std::hash<std::string>{}(value_); }
+std::size_t NSString::hash() const {
+    return std::hash<std::string>{}(value_);
+}
 
 bool NSStringIsValidASCII(std::string_view bytes) {
     for (unsigned char c : bytes) {
@@ -90,6 +94,45 @@ bool NSStringIsValidUTF8(std::string_view bytes) {
 std::optional<std::string> NSStringValue(const id& object) {
     if (auto s = std::dynamic_pointer_cast<NSString>(object)) return s->UTF8String();
     return std::nullopt;
+}
+
+std::string NSStringByRepairingUTF8(std::string_view text) {
+    if (NSStringIsValidUTF8(text)) return std::string(text);
+    std::string out;
+    out.reserve(text.size());
+    const auto byte = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    for (std::size_t i = 0; i < text.size();) {
+        const unsigned char lead = byte(i);
+        if (lead < 0x80) {
+            out.push_back(static_cast<char>(lead));
+            ++i;
+            continue;
+        }
+        std::size_t length = 0;
+        char32_t min = 0;
+        if ((lead & 0xE0) == 0xC0) {
+            length = 2, min = 0x80;
+        } else if ((lead & 0xF0) == 0xE0) {
+            length = 3, min = 0x800;
+        } else if ((lead & 0xF8) == 0xF0) {
+            length = 4, min = 0x10000;
+        }
+        bool ok = length != 0 && i + length <= text.size();
+        char32_t cp = length == 0 ? 0 : lead & (0x7F >> length);
+        for (std::size_t k = 1; ok && k < length; ++k) {
+            ok = (byte(i + k) & 0xC0) == 0x80;
+            cp = (cp << 6) | (byte(i + k) & 0x3F);
+        }
+        ok = ok && cp >= min && cp <= 0x10FFFF && !(cp >= 0xD800 && cp <= 0xDFFF);
+        if (ok) {
+            out.append(text.substr(i, length));
+            i += length;
+        } else {
+            out.append("\xEF\xBF\xBD");
+            ++i;
+        }
+    }
+    return out;
 }
 
 }  // namespace platform

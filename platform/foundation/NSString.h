@@ -39,6 +39,9 @@ private:
 
 // Validity of bytes in an encoding, as NSString's decoding judges it.
 bool NSStringIsValidUTF8(std::string_view bytes);
+// `bytes` decoded as UTF-8 the lenient way a string made from arbitrary bytes is: each byte that
+// doesn't begin a valid sequence becomes U+FFFD. Valid text comes back unchanged.
+std::string NSStringByRepairingUTF8(std::string_view bytes);
 bool NSStringIsValidASCII(std::string_view bytes);
 
 inline std::shared_ptr<NSString> NSStr(std::string utf8) { return std::make_shared<NSString>(std::move(utf8)); }

@@ -58,6 +58,10 @@ std::vector<IdentifyCase> cases() {
          {{"given", Traits{{"name", "Ada"}, {"email", "a@x.io"}, {"userID", "set"}, {"Name", "kept"}}}},
          {{"set", "Ada", "a@x.io", {{"Name", "kept"}}}},
          {}},
+        {"BytesThatAreNotUTF8ArriveRepaired",
+         {{"u\xff", Traits{{"plan\xc3", "pro\x80"}}}},
+         {{"u\uFFFD", "", "", {{"plan\uFFFD", "pro\uFFFD"}}}},
+         {}},
         tenCalls,
     };
 }

@@ -43,7 +43,7 @@ void heldCallsRunAfterStartInOrder() {
     EXPECT_EQ(log.lines(), std::vector<std::string>{overflow});
 
     ASSERT_TRUE(SDK::initialize(qlm_test::configurationFor(server)));
-    SDK::addLog("INFO", {"runs at once"});
+    SDK::addLog("INFO", {"runs at once", "latin-1 caf\xe9"});
     shutDownAndSettle();
     SDK::addLog("LOG", {"dropped after shutdown"});
     EXPECT_EQ(SDK::initializationTaskQueue().heldCount(), 0u);
@@ -54,7 +54,10 @@ void heldCallsRunAfterStartInOrder() {
     for (int i = 0; i < 9; ++i) {
         EXPECT_EQ(qlm_test::innerMessage<qm::Identify>(events[2 + i]).userid(), "held-" + std::to_string(i));
     }
-    EXPECT_EQ(qlm_test::innerMessage<qm::core::LogEvent>(events[11]).args(0).arson(), "runs at once");
+    const auto logged = qlm_test::innerMessage<qm::core::LogEvent>(events[11]);
+    EXPECT_EQ(logged.args(0).arson(), "runs at once");
+    // Not UTF-8, it would have got the whole upload refused.
+    EXPECT_EQ(logged.args(1).arson(), "latin-1 caf\uFFFD");
     EXPECT_EQ(log.lines(), (std::vector<std::string>{overflow,
                                                      "Quillmere: More than 10 identify calls on this "
                                                      "page. Ignoring future calls."}));
