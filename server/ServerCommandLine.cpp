@@ -31,8 +31,10 @@ std::string usageText() {
            "  --max-connections N      connections served at once (default 32)\n"
            "  --max-body-mib N         largest upload in MiB (default 64)\n"
            "  --read-timeout-ms N      time a request may take to arrive or pause (default 10000)\n"
-           "  --web-dir DIR            the replay page's files (default " QLM_INGEST_WEB_DIR ")\n"
-           "  --pdfjs-dir DIR          pdf.js's build folder (default " QLM_INGEST_PDFJS_DIR ")\n"
+           "  --web-dir DIR            the replay page's files (default " QLM_INGEST_WEB_DIR
+           ")\n"
+           "  --pdfjs-dir DIR          pdf.js's build folder (default " QLM_INGEST_PDFJS_DIR
+           ")\n"
            "  --help                   print this text\n"
            "\n"
            "Point the library's serverURL at http://HOST:PORT/i; open http://HOST:PORT/ to browse.\n"
@@ -45,35 +47,44 @@ std::string usageText() {
 
 namespace {
 
+// Reads the option at arguments[i], "--name value" or "--name=value", into `name` and `value`,
+// leaving `i` on the last word it used. A message instead for --help, or when the value is missing.
+std::optional<CommandLineMessage> readOption(const std::vector<std::string>& arguments, std::size_t& i,
+                                             std::string& name, std::string& value) {
+    name = arguments[i];
+    const auto eq = name.find('=');
+    const bool joined = name.starts_with("--") && eq != std::string::npos;
+    if (joined) {
+        value = name.substr(eq + 1);
+        name.resize(eq);
+    }
+    if (name == "--help" || name == "-h") return CommandLineMessage{usageText(), false};
+    if (joined) return std::nullopt;
+    if (i + 1 >= arguments.size()) return CommandLineMessage{name + " needs a value\n\n" + usageText()};
+    value = arguments[++i];
+    return std::nullopt;
+}
+
 std::variant<ServerSettings, InspectorSettings, CommandLineMessage> parseInspector(
     const std::vector<std::string>& arguments) {
     InspectorSettings settings;
     settings.checkPrivacy = arguments.front() == "check-privacy";
     for (std::size_t i = 1; i < arguments.size(); ++i) {
-        std::string name = arguments[i];
-        std::optional<std::string> value;
-        if (const auto eq = name.find('='); name.starts_with("--") && eq != std::string::npos) {
-            value = name.substr(eq + 1);
-            name.resize(eq);
-        }
-        if (name == "--help" || name == "-h") return CommandLineMessage{usageText(), false};
-        if (!value) {
-            if (i + 1 >= arguments.size())
-                return CommandLineMessage{name + " needs a value\n\n" + usageText()};
-            value = arguments[++i];
-        }
+        std::string name, value;
+        if (auto message = readOption(arguments, i, name, value)) return std::move(*message);
         if (name == "--db") {
-            settings.databasePath = *value;
+            settings.databasePath = value;
         } else if (name == "--recording") {
-            settings.recordingID = *value;
+            settings.recordingID = value;
         } else if (name == "--secret" && settings.checkPrivacy) {
-            settings.secret = *value;
+            settings.secret = value;
         } else {
             return CommandLineMessage{"unknown option " + name + " for " + arguments.front() + "\n\n" +
                                       usageText()};
         }
     }
-    if (settings.databasePath.empty()) return CommandLineMessage{arguments.front() + " needs --db\n\n" + usageText()};
+    if (settings.databasePath.empty())
+        return CommandLineMessage{arguments.front() + " needs --db\n\n" + usageText()};
     if (settings.checkPrivacy && settings.secret.empty())
         return CommandLineMessage{"check-privacy needs a non-empty --secret\n\n" + usageText()};
     return settings;
@@ -90,48 +101,38 @@ std::variant<ServerSettings, InspectorSettings, CommandLineMessage> parseCommand
     settings.webFolder = QLM_INGEST_WEB_DIR;
     settings.pdfjsFolder = QLM_INGEST_PDFJS_DIR;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
-        std::string name = arguments[i];
-        std::optional<std::string> value;
-        if (const auto eq = name.find('='); name.starts_with("--") && eq != std::string::npos) {
-            value = name.substr(eq + 1);
-            name.resize(eq);
-        }
-        if (name == "--help" || name == "-h") return CommandLineMessage{usageText(), false};
-        if (!value) {
-            if (i + 1 >= arguments.size())
-                return CommandLineMessage{name + " needs a value\n\n" + usageText()};
-            value = arguments[++i];
-        }
+        std::string name, value;
+        if (auto message = readOption(arguments, i, name, value)) return std::move(*message);
         const auto bad = [&](const char* what) {
-            return CommandLineMessage{name + " " + *value + ": " + what + "\n\n" + usageText()};
+            return CommandLineMessage{name + " " + value + ": " + what + "\n\n" + usageText()};
         };
         if (name == "--host") {
-            settings.http.host = *value;
+            settings.http.host = value;
         } else if (name == "--port") {
-            const auto port = parseUnsigned(*value, 65535);
+            const auto port = parseUnsigned(value, 65535);
             if (!port) return bad("not a port number");
             settings.http.port = static_cast<uint16_t>(*port);
         } else if (name == "--db") {
-            settings.databasePath = *value;
+            settings.databasePath = value;
         } else if (name == "--dashboard-url") {
-            settings.dashboardURL = *value;
+            settings.dashboardURL = value;
             while (settings.dashboardURL.ends_with('/')) settings.dashboardURL.pop_back();
         } else if (name == "--web-dir") {
-            settings.webFolder = *value;
+            settings.webFolder = value;
         } else if (name == "--pdfjs-dir") {
-            settings.pdfjsFolder = *value;
+            settings.pdfjsFolder = value;
         } else if (name == "--ready-file") {
-            settings.readyFile = *value;
+            settings.readyFile = value;
         } else if (name == "--max-connections") {
-            const auto count = parseUnsigned(*value, 100000);
+            const auto count = parseUnsigned(value, 100000);
             if (!count || *count == 0) return bad("not a positive count");
             settings.http.maxConnections = *count;
         } else if (name == "--max-body-mib") {
-            const auto mib = parseUnsigned(*value, 1024);
+            const auto mib = parseUnsigned(value, 1024);
             if (!mib || *mib == 0) return bad("not a size from 1 to 1024");
             settings.http.maxBodyBytes = *mib * 1024 * 1024;
         } else if (name == "--read-timeout-ms") {
-            const auto ms = parseUnsigned(*value, 3600 * 1000);
+            const auto ms = parseUnsigned(value, 3600 * 1000);
             if (!ms || *ms == 0) return bad("not a positive number of milliseconds");
             settings.http.readTimeout = std::chrono::milliseconds(*ms);
         } else {
