@@ -29,7 +29,10 @@ HttpResponse unknownRecording() {
         "recording and the session number exactly as the library uploaded them.");
 }
 
+// Recordings grow while they are watched: no reply about one may be kept. Replaces whatever
+// caching a served file came with.
 HttpResponse uncached(HttpResponse response) {
+    std::erase_if(response.headers, [](const auto& header) { return header.first == "Cache-Control"; });
     response.headers.emplace_back("Cache-Control", "no-store");
     return response;
 }
@@ -84,48 +87,58 @@ HttpResponse IngestService::listJson() const {
     return uncached(HttpResponse::json(200, recordingsJson(store_.recordings())));
 }
 
-HttpResponse IngestService::sessionPage(const RouteParams& params) const {
+std::optional<std::pair<RecordingKey, RecordingSummary>> IngestService::recordingOf(
+    const RouteParams& params) const {
     const auto key = keyOf(params);
-    const auto recording = key ? store_.recording(*key) : std::nullopt;
-    if (!recording) return unknownRecording();
+    auto recording = key ? store_.recording(*key) : std::nullopt;
+    if (!recording) return std::nullopt;
+    return std::pair{*key, std::move(*recording)};
+}
+
+HttpResponse IngestService::eventList(const RecordingKey& key, const RecordingSummary& recording) const {
+    return uncached(HttpResponse::html(200, recordingPage(recording, store_.events(key))));
+}
+
+HttpResponse IngestService::sessionPage(const RouteParams& params) const {
+    const auto found = recordingOf(params);
+    if (!found) return unknownRecording();
+    const auto& [key, recording] = *found;
     // The page is the same for every recording but for its links; its script reads replay.json
     // beside its own address.
     if (auto page = pageFiles_.serve("replay.html")) {
-        const std::string base = escapeHtml(recordingPath(*key));
+        const std::string base = escapeHtml(recordingPath(key));
         for (std::size_t at = page->body.find("%BASE%"); at != std::string::npos;
              at = page->body.find("%BASE%", at + base.size())) {
             page->body.replace(at, 6, base);
         }
         return uncached(std::move(*page));
     }
-    return uncached(HttpResponse::html(200, recordingPage(*recording, store_.events(*key))));
+    return eventList(key, recording);
 }
 
 HttpResponse IngestService::eventListPage(const RouteParams& params) const {
-    const auto key = keyOf(params);
-    const auto recording = key ? store_.recording(*key) : std::nullopt;
-    if (!recording) return unknownRecording();
-    return uncached(HttpResponse::html(200, recordingPage(*recording, store_.events(*key))));
+    const auto found = recordingOf(params);
+    if (!found) return unknownRecording();
+    return eventList(found->first, found->second);
 }
 
 HttpResponse IngestService::replayDocument(const RouteParams& params) const {
-    const auto key = keyOf(params);
-    const auto recording = key ? store_.recording(*key) : std::nullopt;
-    if (!recording) return HttpResponse::json(404, R"({"error":"unknown recording"})");
-    return uncached(HttpResponse::json(200, replayJson(*recording, store_.events(*key))));
+    const auto found = recordingOf(params);
+    if (!found) return HttpResponse::json(404, R"({"error":"unknown recording"})");
+    return uncached(HttpResponse::json(200, replayJson(found->second, store_.events(found->first))));
 }
 
 HttpResponse IngestService::asset(const StaticFiles& files, const RouteParams& params) {
     if (auto file = files.serve(params.at("file"))) return std::move(*file);
-    return notFound("No such file. The replay page's files come with the server's source; pdf.js is "
-                    "installed by scripts/setup.");
+    return notFound(
+        "No such file. The replay page's files come with the server's source; pdf.js is "
+        "installed by scripts/setup.");
 }
 
 HttpResponse IngestService::sessionJson(const RouteParams& params) const {
-    const auto key = keyOf(params);
-    const auto recording = key ? store_.recording(*key) : std::nullopt;
-    if (!recording) return HttpResponse::json(404, R"({"error":"unknown recording"})");
-    return uncached(HttpResponse::json(200, eventsJson(*recording, store_.events(*key))));
+    const auto found = recordingOf(params);
+    if (!found) return HttpResponse::json(404, R"({"error":"unknown recording"})");
+    return uncached(HttpResponse::json(200, eventsJson(found->second, store_.events(found->first))));
 }
 
 HttpResponse IngestService::frame(const RouteParams& params) const {

@@ -11,7 +11,9 @@
 //   GET  /<appID>/s/<recordingID>/<session>/frames/<seqID>.pdf
 //   GET  /assets/<file>, /assets/pdfjs/<file>       the replay page's files and pdf.js
 // handle() is safe from any thread; the store must outlive the service.
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "server/http/HttpRequest.h"
 #include "server/http/HttpResponse.h"
@@ -44,6 +46,10 @@ private:
     HttpResponse replayDocument(const RouteParams& params) const;
     static HttpResponse asset(const StaticFiles& files, const RouteParams& params);
     HttpResponse frame(const RouteParams& params) const;
+    // The recording the route names, if the store has it.
+    std::optional<std::pair<RecordingKey, RecordingSummary>> recordingOf(const RouteParams& params) const;
+    // The plain list of a recording's events, which also stands in for the player without its files.
+    HttpResponse eventList(const RecordingKey& key, const RecordingSummary& recording) const;
 
     RecordingStore& store_;           // thread-safe itself
     const std::string dashboardURL_;  // immutable

@@ -18,8 +18,7 @@ bool isSafeName(std::string_view name) {
     return true;
 }
 
-}  // namespace
-
+// The Content-Type for a file name by its extension; nullopt for a type this server does not serve.
 std::optional<std::string> contentTypeFor(std::string_view name) {
     static constexpr std::pair<std::string_view, std::string_view> kTypes[] = {
         // pdf.js ships ES modules as .mjs; browsers load a module only with a JavaScript type.
@@ -37,6 +36,8 @@ std::optional<std::string> contentTypeFor(std::string_view name) {
     }
     return std::nullopt;
 }
+
+}  // namespace
 
 StaticFiles::StaticFiles(std::string folder) : folder_(std::move(folder)) {}
 

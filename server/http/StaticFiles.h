@@ -19,13 +19,8 @@ public:
     // The file's reply, or nullopt when the name is not allowed or no such regular file is there.
     std::optional<HttpResponse> serve(std::string_view name) const;
 
-    const std::string& folder() const { return folder_; }
-
 private:
     const std::string folder_;  // immutable
 };
-
-// The Content-Type for a file name by its extension; nullopt for a type this server does not serve.
-std::optional<std::string> contentTypeFor(std::string_view name);
 
 }  // namespace qlm::ingest

@@ -6,7 +6,6 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
-#include "server/ingest/EventJson.h"
 #include "server/ingest/InnerMessage.h"
 #include "server/inspect/PdfText.h"
 #include "wire/qm_ios.pb.h"
@@ -20,19 +19,22 @@ namespace {
 
 const std::string kCaptureType = qm::ios::PDFViewCapture::descriptor()->full_name();
 
-std::vector<RecordingSummary> selected(const RecordingStore& store, const std::string& recordingID) {
+// The recordings a command runs over (only those with `recordingID` when it is not empty), oldest
+// first, which reads more naturally in a dump than the list page's most recent first. Empty, with
+// a line on `err`, when there is none.
+std::vector<RecordingSummary> selected(const RecordingStore& store, const std::string& recordingID,
+                                       std::string_view command, std::ostream& err) {
     std::vector<RecordingSummary> out;
     for (RecordingSummary& recording : store.recordings()) {
-        if (recordingID.empty() || recording.key.recordingID == recordingID) out.push_back(std::move(recording));
+        if (recordingID.empty() || recording.key.recordingID == recordingID)
+            out.push_back(std::move(recording));
     }
-    // Oldest first reads more naturally in a dump than the list page's most recent first.
     std::reverse(out.begin(), out.end());
+    if (out.empty()) {
+        err << command << ": no recording" << (recordingID.empty() ? "" : " " + recordingID) << " in "
+            << store.path() << "\n";
+    }
     return out;
-}
-
-std::string place(const RecordingKey& key, uint32_t seqID, std::string_view type) {
-    return key.appID + "/" + key.recordingID + "/" + std::to_string(key.sessionID) + " seq " +
-           std::to_string(seqID) + " " + std::string(type);
 }
 
 std::string joinPages(const std::vector<std::string>& pages) {
@@ -122,17 +124,39 @@ std::string collapseSpaces(std::string_view text) {
     return out;
 }
 
+// Where `secret` appears in one event, as checkPrivacy tells.
+std::vector<std::string> findSecret(const StoredEvent& event, std::string_view data,
+                                    std::string_view secret) {
+    std::vector<std::string> sightings;
+    const auto message = decodeInnerMessage(event.type, data);
+    if (!message) return {"unreadable message"};
+    if (event.type == kCaptureType) {
+        const auto pages = pdfPageTexts(static_cast<const qm::ios::PDFViewCapture&>(*message).pdfdata());
+        if (!pages) return {"unreadable frame"};
+        const std::string wanted = collapseSpaces(secret);
+        for (std::size_t i = 0; i < pages->size(); ++i) {
+            if (collapseSpaces((*pages)[i]).find(wanted) != std::string::npos) {
+                sightings.push_back(pages->size() == 1 ? "frame text"
+                                                       : "frame text, page " + std::to_string(i + 1));
+            }
+        }
+    }
+    // The message's JSON form was made from these same bytes when they were stored.
+    std::vector<std::pair<std::string, std::string>> texts;
+    collectTexts(*message->GetDescriptor(), json::parse(event.json), "", texts);
+    for (const auto& [path, text] : texts) {
+        if (textHolds(text, secret)) sightings.push_back("field " + path);
+    }
+    return sightings;
+}
+
 }  // namespace
 
 int inspectRecordings(const RecordingStore& store, const std::string& recordingID, std::ostream& out,
                       std::ostream& err) {
     try {
-        const auto recordings = selected(store, recordingID);
-        if (recordings.empty()) {
-            err << "inspect: no recording" << (recordingID.empty() ? "" : " " + recordingID) << " in "
-                << store.path() << "\n";
-            return kInspectFailed;
-        }
+        const auto recordings = selected(store, recordingID, "inspect", err);
+        if (recordings.empty()) return kInspectFailed;
         for (const RecordingSummary& recording : recordings) {
             store.forEachEvent(recording.key, [&](const StoredEvent& event, std::string_view data) {
                 json line = {{"appID", recording.key.appID},
@@ -147,7 +171,8 @@ int inspectRecordings(const RecordingStore& store, const std::string& recordingI
                 if (!message) {
                     line["error"] = "the stored bytes are not a " + event.type;
                 } else {
-                    line["message"] = json::parse(renderEventJson(*message));
+                    // Made from these same bytes when they were stored.
+                    line["message"] = json::parse(event.json);
                     if (event.type == kCaptureType) {
                         const auto* capture = static_cast<const qm::ios::PDFViewCapture*>(message.get());
                         const auto pages = pdfPageTexts(capture->pdfdata());
@@ -168,46 +193,22 @@ int inspectRecordings(const RecordingStore& store, const std::string& recordingI
     }
 }
 
-std::vector<SecretSighting> findSecret(std::string_view type, std::string_view data, std::string_view secret) {
-    std::vector<SecretSighting> sightings;
-    const auto message = decodeInnerMessage(type, data);
-    if (!message) return {{"unreadable message"}};
-    if (type == kCaptureType) {
-        const auto pages = pdfPageTexts(static_cast<const qm::ios::PDFViewCapture&>(*message).pdfdata());
-        if (!pages) return {{"unreadable frame"}};
-        const std::string wanted = collapseSpaces(secret);
-        for (std::size_t i = 0; i < pages->size(); ++i) {
-            if (collapseSpaces((*pages)[i]).find(wanted) != std::string::npos) {
-                sightings.push_back({pages->size() == 1 ? "frame text" : "frame text, page " + std::to_string(i + 1)});
-            }
-        }
-    }
-    std::vector<std::pair<std::string, std::string>> texts;
-    collectTexts(*message->GetDescriptor(), json::parse(renderEventJson(*message)), "", texts);
-    for (const auto& [path, text] : texts) {
-        if (textHolds(text, secret)) sightings.push_back({"field " + path});
-    }
-    return sightings;
-}
-
 int checkPrivacy(const RecordingStore& store, const std::string& secret, const std::string& recordingID,
                  std::ostream& out, std::ostream& err) {
     try {
-        const auto recordings = selected(store, recordingID);
-        if (recordings.empty()) {
-            err << "check-privacy: no recording" << (recordingID.empty() ? "" : " " + recordingID) << " in "
-                << store.path() << "\n";
-            return kInspectFailed;
-        }
+        const auto recordings = selected(store, recordingID, "check-privacy", err);
+        if (recordings.empty()) return kInspectFailed;
         std::size_t events = 0, frames = 0, sightings = 0;
         for (const RecordingSummary& recording : recordings) {
             store.forEachEvent(recording.key, [&](const StoredEvent& event, std::string_view data) {
                 ++events;
                 frames += event.type == kCaptureType;
-                for (const SecretSighting& sighting : findSecret(event.type, data, secret)) {
+                for (const std::string& where : findSecret(event, data, secret)) {
                     ++sightings;
-                    out << "check-privacy: FOUND in " << place(recording.key, event.seqID, event.type) << ": "
-                        << sighting.where << "\n";
+                    const RecordingKey& key = recording.key;
+                    out << "check-privacy: FOUND in " << key.appID << "/" << key.recordingID << "/"
+                        << key.sessionID << " seq " << event.seqID << " " << event.type << ": " << where
+                        << "\n";
                 }
             });
         }

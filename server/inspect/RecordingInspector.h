@@ -4,7 +4,6 @@
 #include <iosfwd>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "server/store/RecordingStore.h"
 
@@ -23,20 +22,12 @@ inline constexpr int kInspectFailed = 2;  // no such recording, or the store cou
 int inspectRecordings(const RecordingStore& store, const std::string& recordingID, std::ostream& out,
                       std::ostream& err);
 
-// One place where the secret was found.
-struct SecretSighting {
-    std::string where;  // e.g. "frame text", "field args.arson", "field headers[Authorization]"
-};
-
-// Where `secret` appears in one event: the page text of a screen capture (with runs of white space
-// taken as one space on both sides, as text extraction spaces words its own way), or any text field
-// of any other message, also inside a JSON text such a field holds (bodies are JSON-escaped). An
-// event whose bytes do not decode, or a capture poppler cannot read, yields "unreadable ...": what
-// cannot be read cannot be shown clean.
-std::vector<SecretSighting> findSecret(std::string_view type, std::string_view data, std::string_view secret);
-
-// Runs findSecret over every event as inspectRecordings selects them, writes one line per sighting
-// and a verdict line; kSecretFound when there was any sighting.
+// Looks for `secret` in every event as inspectRecordings selects them: the page text of a screen
+// capture (with runs of white space taken as one space on both sides, as text extraction spaces
+// words its own way), or any text field of any other message, also inside a JSON text such a field
+// holds (bodies are JSON-escaped). An event whose bytes do not decode, or a capture poppler cannot
+// read, counts as a sighting: what cannot be read cannot be shown clean. Writes one line per
+// sighting and a verdict line; kSecretFound when there was any sighting.
 int checkPrivacy(const RecordingStore& store, const std::string& secret, const std::string& recordingID,
                  std::ostream& out, std::ostream& err);
 

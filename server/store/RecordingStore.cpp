@@ -172,18 +172,31 @@ std::optional<RecordingSummary> RecordingStore::recording(const RecordingKey& ke
     return readRecording(select);
 }
 
+namespace {
+
+// A recording's events in seqID order; column 6 is free for more.
+constexpr std::string_view kSelectEvents = "SELECT e.seqID, e.time, e.timeOffset, e.type, e.summary, e.json";
+constexpr std::string_view kOfRecordingInOrder =
+    " FROM events e JOIN recordings r ON r.id = e.recording "
+    "WHERE r.appID = ?1 AND r.recordingID = ?2 AND r.sessionID = ?3 ORDER BY e.seqID";
+
+StoredEvent readEvent(SqliteStatement& select) {
+    return {static_cast<uint32_t>(select.integer(0)),
+            select.real(1),
+            select.real(2),
+            select.text(3),
+            select.text(4),
+            select.text(5)};
+}
+
+}  // namespace
+
 std::vector<StoredEvent> RecordingStore::events(const RecordingKey& key) const {
     std::lock_guard lock(mutex_);
-    SqliteStatement select(db_,
-                           "SELECT e.seqID, e.time, e.timeOffset, e.type, e.summary, e.json FROM events e "
-                           "JOIN recordings r ON r.id = e.recording "
-                           "WHERE r.appID = ?1 AND r.recordingID = ?2 AND r.sessionID = ?3 ORDER BY e.seqID");
+    SqliteStatement select(db_, std::string(kSelectEvents) + std::string(kOfRecordingInOrder));
     bindKey(select, key);
     std::vector<StoredEvent> out;
-    while (select.step()) {
-        out.push_back({static_cast<uint32_t>(select.integer(0)), select.real(1), select.real(2),
-                       select.text(3), select.text(4), select.text(5)});
-    }
+    while (select.step()) out.push_back(readEvent(select));
     return out;
 }
 
@@ -200,18 +213,12 @@ std::optional<std::string> RecordingStore::eventData(const RecordingKey& key, ui
 }
 
 void RecordingStore::forEachEvent(
-    const RecordingKey& key, const std::function<void(const StoredEvent&, std::string_view data)>& visit) const {
+    const RecordingKey& key,
+    const std::function<void(const StoredEvent&, std::string_view data)>& visit) const {
     std::lock_guard lock(mutex_);
-    SqliteStatement select(db_,
-                           "SELECT e.seqID, e.time, e.timeOffset, e.type, e.summary, e.json, e.data FROM events e "
-                           "JOIN recordings r ON r.id = e.recording "
-                           "WHERE r.appID = ?1 AND r.recordingID = ?2 AND r.sessionID = ?3 ORDER BY e.seqID");
+    SqliteStatement select(db_, std::string(kSelectEvents) + ", e.data" + std::string(kOfRecordingInOrder));
     bindKey(select, key);
-    while (select.step()) {
-        const StoredEvent event{static_cast<uint32_t>(select.integer(0)), select.real(1), select.real(2),
-                                select.text(3), select.text(4), select.text(5)};
-        visit(event, select.blob(6));
-    }
+    while (select.step()) visit(readEvent(select), select.blob(6));
 }
 
 }  // namespace qlm::ingest

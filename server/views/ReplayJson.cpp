@@ -14,6 +14,14 @@ using nlohmann::json;
 
 namespace {
 
+// The readable text of one qm.utils.Value: captured output and HTTP bodies arrive as a JSON array
+// holding the one text, which is unwrapped; anything else (addLog's plain strings) is kept as is.
+std::string valueText(std::string_view arson) {
+    const json parsed = json::parse(arson, nullptr, false);
+    if (parsed.is_array() && parsed.size() == 1 && parsed[0].is_string()) return parsed[0].get<std::string>();
+    return std::string(arson);
+}
+
 // A number field of protobuf's JSON form; floats that are not finite are printed as strings there,
 // and absent fields mean the default.
 double number(const json& object, const char* key) {
@@ -125,7 +133,8 @@ void addTouch(std::vector<Stroke>& strokes, const json& message, double t) {
 
 json strokeJson(const Stroke& stroke) {
     json points = json::array();
-    for (const Point& p : stroke.points) points.push_back({{"t", p.t}, {"x", p.x}, {"y", p.y}, {"phase", p.phase}});
+    for (const Point& p : stroke.points)
+        points.push_back({{"t", p.t}, {"x", p.x}, {"y", p.y}, {"phase", p.phase}});
     return {{"start", stroke.points.front().t},
             {"end", stroke.points.back().t},
             {"ended", stroke.ended},
@@ -133,19 +142,20 @@ json strokeJson(const Stroke& stroke) {
 }
 
 json networkEntry(const std::string& reqId) {
-    return {{"reqId", reqId},          {"t", nullptr},           {"end", nullptr},
-            {"method", nullptr},       {"url", nullptr},         {"status", nullptr},
-            {"durationMs", nullptr},   {"requestHeaders", nullptr}, {"responseHeaders", nullptr},
-            {"requestBody", nullptr},  {"responseBody", nullptr}};
+    return {{"reqId", reqId},
+            {"t", nullptr},
+            {"end", nullptr},
+            {"method", nullptr},
+            {"url", nullptr},
+            {"status", nullptr},
+            {"durationMs", nullptr},
+            {"requestHeaders", nullptr},
+            {"responseHeaders", nullptr},
+            {"requestBody", nullptr},
+            {"responseBody", nullptr}};
 }
 
 }  // namespace
-
-std::string valueText(std::string_view arson) {
-    const json parsed = json::parse(arson, nullptr, false);
-    if (parsed.is_array() && parsed.size() == 1 && parsed[0].is_string()) return parsed[0].get<std::string>();
-    return std::string(arson);
-}
 
 std::string replayJson(const RecordingSummary& recording, const std::vector<StoredEvent>& events) {
     const std::string base = recordingPath(recording.key);
@@ -233,7 +243,8 @@ std::string replayJson(const RecordingSummary& recording, const std::vector<Stor
                       {"release", text(deviceInfo, "release")},
                       {"sdkVersion", text(message, "sdkVersion")}};
         } else {
-            problems.push_back({{"seqID", event.seqID}, {"t", t}, {"type", event.type}, {"reason", "unknown type"}});
+            problems.push_back(
+                {{"seqID", event.seqID}, {"t", t}, {"type", event.type}, {"reason", "unknown type"}});
         }
     }
 
@@ -242,8 +253,9 @@ std::string replayJson(const RecordingSummary& recording, const std::vector<Stor
         if (!stroke.points.empty()) strokeList.push_back(strokeJson(stroke));
     }
     // Network rows in the order their exchanges began, which a late response would otherwise upset.
-    std::stable_sort(network.begin(), network.end(),
-                     [](const json& a, const json& b) { return a["t"].get<double>() < b["t"].get<double>(); });
+    std::stable_sort(network.begin(), network.end(), [](const json& a, const json& b) {
+        return a["t"].get<double>() < b["t"].get<double>();
+    });
 
     return json{{"appID", recording.key.appID},
                 {"recordingID", recording.key.recordingID},

@@ -26,8 +26,4 @@ namespace qlm::ingest {
 
 std::string replayJson(const RecordingSummary& recording, const std::vector<StoredEvent>& events);
 
-// The readable text of one qm.utils.Value: captured output and HTTP bodies arrive as a JSON array
-// holding the one text, which is unwrapped; anything else (addLog's plain strings) is kept as is.
-std::string valueText(std::string_view arson);
-
 }  // namespace qlm::ingest

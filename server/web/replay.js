@@ -147,10 +147,11 @@ function setStageSize(width, height) {
 
 async function showFrame(t) {
   if (!pdfjs || doc.frames.length === 0) return;
-  const frame = doc.frames[frameIndexAt(t)];
+  const index = frameIndexAt(t);
+  const frame = doc.frames[index];
   if (wantedFrame === frame.seqID) return;
   wantedFrame = frame.seqID;
-  const next = doc.frames[frameIndexAt(t) + 1];
+  const next = doc.frames[index + 1];
   try {
     const page = await rendering(frame);
     if (next) rendering(next);
@@ -305,16 +306,18 @@ function buildTicks() {
   doc.problems.forEach((p) => add(p.t, "problem"));
 }
 
-// Rows at or before the time are "past", the latest of them "current"; it scrolls into view while
-// playing, so the panels follow the player.
+// Rows at or before the time are "past", the latest of them "current"; a row that becomes current
+// scrolls into view, so the panels follow the player (once, not on every frame it stays current).
 function markRows(rows, t, follow) {
   let current = null;
   for (const entry of rows) {
     const past = entry.t <= t;
     entry.row.classList.toggle("past", past);
-    entry.row.classList.remove("current");
     if (past) current = entry;
   }
+  if (current === rows.current) return;
+  rows.current?.row.classList.remove("current");
+  rows.current = current;
   if (current) {
     current.row.classList.add("current");
     if (follow) current.row.scrollIntoView({ block: "nearest" });
@@ -378,7 +381,8 @@ async function main() {
   }
   document.title = `Replay ${doc.recordingID}`;
   $("title").textContent = `${doc.appID} · recording ${doc.recordingID} · session ${doc.sessionID}`;
-  end = state.duration = Math.max(doc.duration, ...doc.strokes.map((s) => s.end)) + 500;
+  // Every touch sample is placed at or before its event's time, so the last event ends it all.
+  end = state.duration = doc.duration + 500;
   $("seek").max = String(Math.ceil(end));
 
   buildWho();
