@@ -28,6 +28,7 @@ let doc = null;
 let pdfjs = null;
 let end = 0;
 let logRows = [];
+let clickedRow = null; // the log or network row the user last clicked
 let netRows = [];
 let lastTick = 0;
 
@@ -209,7 +210,10 @@ function drawTouches(t) {
 function seekButton(row, t) {
   row.dataset.t = t;
   row.title = `Seek to ${formatTime(t)}`;
-  row.addEventListener("click", () => seek(t));
+  row.addEventListener("click", () => {
+    clickedRow = row;
+    seek(t);
+  });
 }
 
 function buildLogs() {
@@ -308,13 +312,17 @@ function buildTicks() {
 
 // Rows at or before the time are "past", the latest of them "current"; a row that becomes current
 // scrolls into view, so the panels follow the player (once, not on every frame it stays current).
+// Of several rows at the same time, the one last clicked is the current one.
 function markRows(rows, t, follow) {
   let current = null;
+  let clicked = null;
   for (const entry of rows) {
     const past = entry.t <= t;
     entry.row.classList.toggle("past", past);
     if (past) current = entry;
+    if (entry.row === clickedRow) clicked = entry;
   }
+  if (clicked && current && clicked.t === current.t) current = clicked;
   if (current === rows.current) return;
   rows.current?.row.classList.remove("current");
   rows.current = current;
