@@ -81,10 +81,7 @@ void Core::start() {
     reactNativeSwizzler_->swizzle();
     if (configuration_->networkCaptureEnabled()) {
         platform::NSURLProtocol::registerClass(NetworkShim::protocolClass());
-        // A Core before this one may have left the swizzle in place (its host turned capture off
-        // before shutdown); swizzling again would undo it.
-        if (!NetworkRequestInterceptor::protocolClassesSwizzled())
-            networkRequestInterceptor_->swizzleProtocolClasses();
+        networkRequestInterceptor_->setProtocolClassesSwizzled(true);
     }
     if (configuration_->logCaptureEnabled()) logHandler_->start();
     if (configuration_->viewScanningEnabled()) viewScanner_->start();
@@ -95,8 +92,7 @@ void Core::shutdown() {
     if (configuration_->networkCaptureEnabled()) {
         platform::NSURLProtocol::unregisterClass(NetworkShim::protocolClass());
         // Requests that a shim already serves go on to their end.
-        if (NetworkRequestInterceptor::protocolClassesSwizzled())
-            networkRequestInterceptor_->swizzleProtocolClasses();
+        networkRequestInterceptor_->setProtocolClassesSwizzled(false);
     }
     if (configuration_->logCaptureEnabled()) {
         // The pipes, their observers and pending reads stay: only the descriptors go back.

@@ -93,14 +93,6 @@ public:
     // Made whatever the configuration says, holding copies of descriptors 1 and 2; it captures
     // only if log capture is on at start.
     const std::shared_ptr<LogHandler>& logHandler() const { return logHandler_; }
-    // Made whatever the configuration says; it swizzles only if network capture is on at start.
-    const std::shared_ptr<NetworkRequestInterceptor>& networkRequestInterceptor() const {
-        return networkRequestInterceptor_;
-    }
-    // Applied at start and undone at shutdown whatever the configuration says.
-    const std::shared_ptr<QLMReactNativeSwizzler>& reactNativeSwizzler() const {
-        return reactNativeSwizzler_;
-    }
     // The core queue: serial, so work submitted after an addEvent runs after its second half.
     const platform::dispatch_queue_t& queue() const { return queue_; }
     // Request numbers of captured HTTP exchanges.
@@ -134,15 +126,8 @@ private:
 
 template <class Message>
 void Core::addEvent(EventType type, Message message) {
-    static_assert(std::is_base_of_v<google::protobuf::MessageLite, Message>, "addEvent takes wire messages");
-    try {
-        auto event = stampEvent(type);
-        if (!event) return;
-        queue_->async([weak = weak_from_this(), event = std::move(*event),
-                       message = std::move(message)]() mutable { finishEvent(weak, event, message); });
-    } catch (const std::exception&) {
-        // Only allocation can fail here; the capture is lost, the host goes on.
-    }
+    // Already built: the core queue only takes it over.
+    addEventBuiltLater(type, [message = std::move(message)]() mutable { return std::move(message); });
 }
 
 template <class Build>

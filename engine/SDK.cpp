@@ -226,7 +226,7 @@ void SDK::exportToRuntime() {
         NetworkRequestInterceptor::exportToRuntime();
         NetworkShim::protocolClass();
         TouchShim::exportToRuntime();
-        QLMReactNativeSwizzler::class_();
+        QLMReactNativeSwizzler::exportToRuntime();
         Core::runtimeClass();
     });
 }

@@ -108,9 +108,8 @@ void LogHandler::handlePipeNotificationWithNotification(
         output->fileHandleForWriting()->writeData(*data);
 
         // Only the capture asks for ASCII; a piece that is not stays off the wire.
-        const auto text = platform::NSString::initWithData(*data, platform::NSASCIIStringEncoding);
-        if (!text) return;
-        auto argument = jsonValue(text->UTF8String());
+        if (!platform::NSStringIsValidASCII(data->view())) return;
+        auto argument = jsonValue(data->view());
         if (!argument) return;
         qm::core::LogEvent event;
         event.set_loglevel(isStdout ? qm::core::LogEvent_LogLevel_LOG : qm::core::LogEvent_LogLevel_ERROR);

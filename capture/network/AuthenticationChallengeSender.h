@@ -16,8 +16,8 @@ namespace quillmere {
 
 class AuthenticationChallengeSender final : public platform::NSURLAuthenticationChallengeSender {
 public:
-    using Handler = std::function<void(platform::NSURLSessionAuthChallengeDisposition,
-                                       std::shared_ptr<platform::NSURLCredential>)>;
+    // The session's own completion for the challenge.
+    using Handler = platform::NSURLSessionChallengeCompletion;
 
     // The only way to make one: a sender means nothing without somewhere to send the answer.
     static std::shared_ptr<AuthenticationChallengeSender> make(Handler handler);

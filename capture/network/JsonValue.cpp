@@ -6,15 +6,14 @@
 
 namespace quillmere {
 
-std::optional<qm::utils::Value> jsonValue(const std::string& text) {
+std::optional<qm::utils::Value> jsonValue(std::string_view text) {
     // The array, not the bare string: a top-level string is no JSON document for the writer.
-    const auto array = platform::NSArray::arrayWithObjects({platform::NSStr(text)});
+    const auto array = platform::NSArray::arrayWithObjects({platform::NSStr(std::string(text))});
     const auto data = platform::NSJSONSerialization::dataWithJSONObject(array, 0, nullptr);
     if (!data) return std::nullopt;
-    const auto decoded = platform::NSString::initWithData(*data, platform::NSUTF8StringEncoding);
-    if (!decoded) return std::nullopt;
+    // The writer's text is UTF-8 whenever it writes at all: taken as it is, without decoding it again.
     qm::utils::Value value;
-    value.set_arson(decoded->UTF8String());
+    value.set_arson(std::string(data->view()));
     return value;
 }
 

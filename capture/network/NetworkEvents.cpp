@@ -1,9 +1,6 @@
 #include "capture/network/NetworkEvents.h"
 
-#include <array>
 #include <optional>
-#include <string_view>
-#include <utility>
 
 #include "capture/network/JsonValue.h"
 #include "platform/foundation/NSString.h"
@@ -16,10 +13,8 @@ std::string reqIdText(int64_t reqID) {
 }
 
 std::optional<qm::utils::Value> bodyValue(const std::shared_ptr<platform::NSData>& body) {
-    if (!body) return std::nullopt;
-    const std::string_view bytes = body->view();
-    if (!platform::NSStringIsValidUTF8(bytes)) return std::nullopt;
-    return jsonValue(std::string(bytes));
+    // Bytes that aren't UTF-8 have no JSON form: none.
+    return body ? jsonValue(body->view()) : std::nullopt;
 }
 
 template <class Map>
@@ -60,22 +55,10 @@ qm::network::ResponseEvent makeResponseEvent(const Response& response, double el
 }
 
 qm::network::MethodType methodTypeFrom(const std::string& text) {
-    using qm::network::MethodType;
-    static constexpr std::array<std::pair<std::string_view, MethodType>, 9> kMethods{{
-        {"GET", qm::network::GET},
-        {"HEAD", qm::network::HEAD},
-        {"POST", qm::network::POST},
-        {"PUT", qm::network::PUT},
-        {"DELETE", qm::network::DELETE},
-        {"CONNECT", qm::network::CONNECT},
-        {"OPTIONS", qm::network::OPTIONS},
-        {"TRACE", qm::network::TRACE},
-        {"PATCH", qm::network::PATCH},
-    }};
-    for (const auto& [name, type] : kMethods) {
-        if (text == name) return type;
-    }
-    return qm::network::GET;
+    // The wire's names are the methods' own, compared exactly; anything else counts as GET.
+    qm::network::MethodType type = qm::network::GET;
+    qm::network::MethodType_Parse(text, &type);
+    return type;
 }
 
 }  // namespace quillmere

@@ -49,9 +49,10 @@ void NetworkRequestInterceptor::swizzleProtocolClasses() {
     platform::method_exchangeImplementations(getter, fake);
 }
 
-bool NetworkRequestInterceptor::protocolClassesSwizzled() {
+void NetworkRequestInterceptor::setProtocolClassesSwizzled(bool swizzled) {
     const platform::Method getter = concreteGetter();
-    return getter != nullptr && platform::method_getImplementation(getter) == fakeImplementation();
+    const bool now = getter != nullptr && platform::method_getImplementation(getter) == fakeImplementation();
+    if (now != swizzled) swizzleProtocolClasses();
 }
 
 ProtocolClasses NetworkRequestInterceptor::fakeProtocolClasses(platform::NSObject* self) {

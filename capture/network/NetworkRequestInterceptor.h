@@ -27,8 +27,11 @@ public:
     // Exchanges the getter with fakeProtocolClasses; a second call undoes the first. Does nothing
     // when either method can't be found.
     void swizzleProtocolClasses();
-    // Whether default configurations answer protocolClasses with fakeProtocolClasses now.
-    static bool protocolClassesSwizzled();
+    // Swizzles or unswizzles so that default configurations answer protocolClasses with
+    // fakeProtocolClasses exactly when `swizzled`; nothing happens when they already do. A Core
+    // before may have left the swizzle in place (its host turned capture off before shutdown), and
+    // swizzling again would undo it.
+    void setProtocolClassesSwizzled(bool swizzled);
 
     // What a configuration reports once swizzled: NetworkShim, then the platform's list without
     // it. A configuration whose list is nil reports an empty list, without NetworkShim.

@@ -236,11 +236,7 @@ void NetworkShim::URLSession_didReceiveChallenge_completionHandler(
     const std::shared_ptr<platform::NSURLSession>&,
     const std::shared_ptr<platform::NSURLAuthenticationChallenge>& challenge,
     platform::NSURLSessionChallengeCompletion completion) {
-    auto sender = AuthenticationChallengeSender::make(
-        [completion = std::move(completion)](platform::NSURLSessionAuthChallengeDisposition disposition,
-                                             std::shared_ptr<platform::NSURLCredential> credential) {
-            completion(disposition, std::move(credential));
-        });
+    auto sender = AuthenticationChallengeSender::make(std::move(completion));
     const auto forwarded =
         platform::NSURLAuthenticationChallenge::initWithAuthenticationChallenge(challenge, std::move(sender));
     if (const auto client = this->client())

@@ -51,13 +51,11 @@ void LayerRenderer::drawLayer(platform::CALayer& layer, const platform::CGContex
         CGContextClipToRect(context, bounds);
     }
 
-    const auto backgroundPath = UIBezierPath::bezierPathWithRoundedRect(bounds, layer.cornerRadius());
-    // Inset by half the width, so the whole stroke falls inside the bounds.
-    const CGFloat halfBorder = layer.borderWidth() / 2;
-    const auto borderPath = UIBezierPath::bezierPathWithRoundedRect(
-        CGRectInset(bounds, halfBorder, halfBorder), layer.cornerRadius());
-
+    // Built only for the layers that have corners: most have none, and this runs on the main
+    // thread for every layer of every capture.
     const bool rounded = layer.cornerRadius() > 0;
+    const auto backgroundPath =
+        rounded ? UIBezierPath::bezierPathWithRoundedRect(bounds, layer.cornerRadius()) : nullptr;
     if (rounded) {
         CGContextSaveGState(context);
         clipToPath(context, *backgroundPath);
@@ -81,6 +79,10 @@ void LayerRenderer::drawLayer(platform::CALayer& layer, const platform::CGContex
     }
 
     if (const auto borderColor = layer.borderColor(); borderColor && layer.borderWidth() > 0) {
+        // Inset by half the width, so the whole stroke falls inside the bounds.
+        const CGFloat halfBorder = layer.borderWidth() / 2;
+        const auto borderPath = UIBezierPath::bezierPathWithRoundedRect(
+            CGRectInset(bounds, halfBorder, halfBorder), layer.cornerRadius());
         CGContextAddPath(context, borderPath->CGPath());
         CGContextSetStrokeColorWithColor(context, borderColor);
         CGContextSetLineWidth(context, layer.borderWidth());

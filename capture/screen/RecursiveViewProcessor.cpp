@@ -67,8 +67,10 @@ void RecursiveViewProcessor::drawSublayers(const platform::CALayer& layer,
                                            const platform::CGContextRef& context) const {
     // A copy: drawing may run view code, which must not reorder what we iterate.
     auto sublayers = layer.sublayers();
-    std::stable_sort(sublayers.begin(), sublayers.end(),
-                     [](const auto& a, const auto& b) { return depth(*a) < depth(*b); });
+    const auto byDepth = [](const auto& a, const auto& b) { return depth(*a) < depth(*b); };
+    // Almost always in order already (no zPosition set); sorting would allocate for nothing.
+    if (!std::is_sorted(sublayers.begin(), sublayers.end(), byDepth))
+        std::stable_sort(sublayers.begin(), sublayers.end(), byDepth);
     for (const auto& sublayer : sublayers) {
         // Only layers that back views are walked: the view is what redaction is decided on.
         const auto view = platform::objc_cast<platform::UIView>(sublayer->delegate());

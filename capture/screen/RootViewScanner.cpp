@@ -1,5 +1,6 @@
 #include "capture/screen/RootViewScanner.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <exception>
 #include <utility>
@@ -105,13 +106,13 @@ void RootViewScanner::scanWindows(PendingCapture& capture) {
         if (registerTouchHandlers_ && !trackedWindows_->containsObject(window)) {
             // A shim left by an earlier run of the library is adopted rather than joined by a
             // second, which would report every touch twice.
-            if (carriesTouchShim(*window)) {
-                trackedWindows_->addObject(window);
-            } else if (const auto recognizer = makeTouchRecognizer()) {
+            const auto& recognizers = window->gestureRecognizers();
+            if (std::none_of(recognizers.begin(), recognizers.end(),
+                             [](const auto& recognizer) { return TouchShim::isExactly(recognizer.get()); })) {
                 // On the window itself, not its root view, so touches anywhere in it are seen.
-                window->addGestureRecognizer(recognizer);
-                trackedWindows_->addObject(window);
+                window->addGestureRecognizer(TouchShim::make());
             }
+            trackedWindows_->addObject(window);
         }
     }
     // Kept unread: reading the bytes is what makes the document, and that waits for the timer's thread.
@@ -121,18 +122,6 @@ void RootViewScanner::scanWindows(PendingCapture& capture) {
 void RootViewScanner::armOnce(platform::DispatchSourceTimer& source) const {
     source.schedule(platform::DispatchTime::now() + repeatInterval_, platform::DispatchTimeInterval::never(),
                     platform::DispatchTimeInterval::nanosecondsInterval(0));
-}
-
-std::shared_ptr<platform::UIGestureRecognizer> RootViewScanner::makeTouchRecognizer() const {
-    return TouchShim::make();
-}
-
-bool RootViewScanner::carriesTouchShim(const platform::UIWindow& window) {
-    // Exactly the class: a host's subclass of it is the host's own recognizer.
-    for (const auto& recognizer : window.gestureRecognizers()) {
-        if (recognizer->isMemberOfClass(TouchShim::class_())) return true;
-    }
-    return false;
 }
 
 }  // namespace quillmere

@@ -22,7 +22,6 @@
 #include "platform/dispatch/DispatchTime.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSHashTable.h"
-#include "platform/uikit/UIGestureRecognizer.h"
 #include "platform/uikit/UIWindow.h"
 #include "wire/qm_ios.pb.h"
 
@@ -75,10 +74,6 @@ private:
 
     // One firing, one interval from now, with no leeway.
     void armOnce(platform::DispatchSourceTimer& source) const;
-    // The recognizer that touch capture puts on a window: a new TouchShim.
-    std::shared_ptr<platform::UIGestureRecognizer> makeTouchRecognizer() const;
-    // Whether a TouchShim, of exactly that class, is among the window's recognizers.
-    static bool carriesTouchShim(const platform::UIWindow& window);
 
     // Set at construction, never changed.
     const std::shared_ptr<Core> eventAdder_;

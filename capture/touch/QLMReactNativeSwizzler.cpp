@@ -17,18 +17,13 @@ using platform::IMP;
 using platform::NSObject;
 using platform::UIGestureRecognizer;
 
-bool isExactlyTouchShim(const UIGestureRecognizer* recognizer) {
-    // A message to nil answers NO.
-    return recognizer != nullptr && recognizer->isMemberOfClass(TouchShim::class_());
-}
-
 // Made once: the same implementation each time, so that swizzle can tell it is already in place.
 IMP replacement() {
     static const IMP imp = [] {
         const platform::SEL selector = platform::sel_getUid(QLMReactNativeSwizzler::kSelector);
         return platform::imp_implementationWithBlock<BOOL, UIGestureRecognizer*, UIGestureRecognizer*>(
             [selector](NSObject* receiver, UIGestureRecognizer* a, UIGestureRecognizer* b) -> BOOL {
-                if (isExactlyTouchShim(a) || isExactlyTouchShim(b)) return platform::NO;
+                if (TouchShim::isExactly(a) || TouchShim::isExactly(b)) return platform::NO;
                 const IMP original = originalImplementation.load();
                 if (original == nullptr) return platform::NO;
                 return platform::imp_call<BOOL, UIGestureRecognizer*, UIGestureRecognizer*>(
@@ -40,7 +35,7 @@ IMP replacement() {
 
 }  // namespace
 
-std::shared_ptr<QLMReactNativeSwizzler> QLMReactNativeSwizzler::make() {
+void QLMReactNativeSwizzler::exportToRuntime() {
     static std::once_flag once;
     std::call_once(once, [] {
         const auto add = [](const char* name, void (QLMReactNativeSwizzler::*operation)()) {
@@ -53,6 +48,10 @@ std::shared_ptr<QLMReactNativeSwizzler> QLMReactNativeSwizzler::make() {
         add("swizzle", &QLMReactNativeSwizzler::swizzle);
         add("deswizzle", &QLMReactNativeSwizzler::deswizzle);
     });
+}
+
+std::shared_ptr<QLMReactNativeSwizzler> QLMReactNativeSwizzler::make() {
+    exportToRuntime();
     return std::make_shared<QLMReactNativeSwizzler>();
 }
 

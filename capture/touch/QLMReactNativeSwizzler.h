@@ -19,6 +19,7 @@
 
 #include "platform/foundation/NSObject.h"
 #include "platform/objc/Runtime.h"
+#include "platform/uikit/UIGestureRecognizer.h"
 
 namespace quillmere {
 
@@ -32,9 +33,10 @@ class QLMReactNativeSwizzler : public platform::NSObject {
     PLATFORM_OBJC_CLASS(QLMReactNativeSwizzler, platform::NSObject)
 public:
     static constexpr const char* kTouchHandlerClassName = "RCTTouchHandler";
-    static constexpr const char* kSelector = "gestureRecognizer:shouldRequireFailureOfGestureRecognizer:";
+    static constexpr const char* kSelector = platform::UIGestureRecognizerDelegate::shouldRequireFailure;
 
-    // Also adds swizzle and deswizzle to the runtime under those names.
+    // The class, with swizzle and deswizzle under those names; idempotent, any thread.
+    static void exportToRuntime();
     static std::shared_ptr<QLMReactNativeSwizzler> make();
 
     void swizzle();

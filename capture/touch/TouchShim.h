@@ -57,6 +57,10 @@ public:
     }
     // Adds the class and its delegate answer to the runtime; idempotent, any thread.
     static void exportToRuntime();
+    // Whether `recognizer` is of exactly this class: a subclass is somebody else's recognizer.
+    static bool isExactly(const platform::UIGestureRecognizer* recognizer) {
+        return recognizer != nullptr && recognizer->isMemberOfClass(class_());
+    }
 
     TouchShim();
 

@@ -23,7 +23,7 @@ public:
 
     const std::shared_ptr<platform::UIWindow>& window() const { return window_; }
     const std::shared_ptr<platform::UITextField>& emailField() const { return email_; }
-    // Secure entry: the recording shows its bullets, never its text.
+    // Secure entry: once it holds text, the recording leaves the field out of its pages.
     const std::shared_ptr<platform::UITextField>& passwordField() const { return password_; }
     const std::shared_ptr<platform::UIView>& signInButton() const { return signIn_; }
     const std::shared_ptr<platform::UIScrollView>& list() const { return list_; }

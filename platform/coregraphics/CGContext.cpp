@@ -427,23 +427,34 @@ static void clipWith(const CGContextRef& c, bool evenOdd) {
     cairo_clip(cr);
 }
 
+namespace {
+
+// Runs `use` on the rectangle `r` as cairo's path, and puts the path that was current back after.
+template <class Use>
+void withRectangleAside(cairo_t* cr, CGRect r, Use use) {
+    cairo_path_t* path = cairo_has_current_point(cr) ? cairo_copy_path(cr) : nullptr;
+    cairo_new_path(cr);
+    cairo_rectangle(cr, r.origin.x, r.origin.y, r.size.width, r.size.height);
+    use(cr);
+    if (path) {
+        cairo_append_path(cr, path);
+        cairo_path_destroy(path);
+    }
+}
+
+}  // namespace
+
 void CGContextClip(const CGContextRef& c) { clipWith(c, false); }
 void CGContextEOClip(const CGContextRef& c) { clipWith(c, true); }
 
 void CGContextClipToRect(const CGContextRef& c, CGRect r) {
     if (!c || !c->drawable() || !finiteRect(r)) return;
     if (c->isRecording()) return c->record(ClipToRect{r});
-    cairo_t* cr = c->cairoContext();
     // The platform keeps the current path across a clip to a rectangle.
-    cairo_path_t* path = cairo_has_current_point(cr) ? cairo_copy_path(cr) : nullptr;
-    cairo_new_path(cr);
-    cairo_rectangle(cr, r.origin.x, r.origin.y, r.size.width, r.size.height);
-    cairo_set_fill_rule(cr, CAIRO_FILL_RULE_WINDING);
-    cairo_clip(cr);
-    if (path) {
-        cairo_append_path(cr, path);
-        cairo_path_destroy(path);
-    }
+    withRectangleAside(c->cairoContext(), r, [](cairo_t* cr) {
+        cairo_set_fill_rule(cr, CAIRO_FILL_RULE_WINDING);
+        cairo_clip(cr);
+    });
 }
 
 void CGContextClipToMask(const CGContextRef& c, CGRect rect, const CGImageRef& mask) {
@@ -511,18 +522,12 @@ void CGContextEndTransparencyLayer(const CGContextRef& c) {
 void CGContextFillRect(const CGContextRef& c, CGRect r) {
     if (!c || !c->drawable() || !finiteRect(r)) return;
     if (c->isRecording()) return c->record(FillRect{r});
-    cairo_t* cr = c->cairoContext();
     // Filling a rectangle leaves the current path alone.
-    cairo_path_t* path = cairo_has_current_point(cr) ? cairo_copy_path(cr) : nullptr;
-    cairo_new_path(cr);
-    cairo_rectangle(cr, r.origin.x, r.origin.y, r.size.width, r.size.height);
-    c->useFill();
-    cairo_set_fill_rule(cr, CAIRO_FILL_RULE_WINDING);
-    cairo_fill(cr);
-    if (path) {
-        cairo_append_path(cr, path);
-        cairo_path_destroy(path);
-    }
+    withRectangleAside(c->cairoContext(), r, [&c](cairo_t* cr) {
+        c->useFill();
+        cairo_set_fill_rule(cr, CAIRO_FILL_RULE_WINDING);
+        cairo_fill(cr);
+    });
 }
 
 void CGContextDrawPath(const CGContextRef& c, CGPathDrawingMode mode) {

@@ -45,6 +45,39 @@ bool NSStringIsValidASCII(std::string_view bytes) {
     return true;
 }
 
+namespace {
+
+// The length of the UTF-8 sequence that begins at bytes[i] (a byte above 0x7F), or 0 when no valid
+// one does: overlong forms, surrogates and values past U+10FFFF are not UTF-8.
+std::size_t sequenceLength(std::string_view bytes, std::size_t i) {
+    const unsigned char c = static_cast<unsigned char>(bytes[i]);
+    std::size_t len;
+    unsigned int cp;
+    if ((c & 0xE0) == 0xC0) {
+        len = 2;
+        cp = c & 0x1F;
+    } else if ((c & 0xF0) == 0xE0) {
+        len = 3;
+        cp = c & 0x0F;
+    } else if ((c & 0xF8) == 0xF0) {
+        len = 4;
+        cp = c & 0x07;
+    } else {
+        return 0;
+    }
+    if (i + len > bytes.size()) return 0;
+    for (std::size_t k = 1; k < len; ++k) {
+        const unsigned char cc = static_cast<unsigned char>(bytes[i + k]);
+        if ((cc & 0xC0) != 0x80) return 0;
+        cp = (cp << 6) | (cc & 0x3F);
+    }
+    if ((len == 2 && cp < 0x80) || (len == 3 && cp < 0x800) || (len == 4 && cp < 0x10000)) return 0;
+    if (cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
+    return len;
+}
+
+}  // namespace
+
 bool NSStringIsValidUTF8(std::string_view bytes) {
     std::size_t i = 0;
     const std::size_t n = bytes.size();
@@ -58,34 +91,12 @@ bool NSStringIsValidUTF8(std::string_view bytes) {
                 continue;
             }
         }
-        const unsigned char c = static_cast<unsigned char>(bytes[i]);
-        if (c < 0x80) {
+        if (static_cast<unsigned char>(bytes[i]) < 0x80) {
             ++i;
             continue;
         }
-        std::size_t len;
-        unsigned int cp;
-        if ((c & 0xE0) == 0xC0) {
-            len = 2;
-            cp = c & 0x1F;
-        } else if ((c & 0xF0) == 0xE0) {
-            len = 3;
-            cp = c & 0x0F;
-        } else if ((c & 0xF8) == 0xF0) {
-            len = 4;
-            cp = c & 0x07;
-        } else {
-            return false;
-        }
-        if (i + len > n) return false;
-        for (std::size_t k = 1; k < len; ++k) {
-            const unsigned char cc = static_cast<unsigned char>(bytes[i + k]);
-            if ((cc & 0xC0) != 0x80) return false;
-            cp = (cp << 6) | (cc & 0x3F);
-        }
-        // Overlong forms, surrogates and values past U+10FFFF are not UTF-8.
-        if ((len == 2 && cp < 0x80) || (len == 3 && cp < 0x800) || (len == 4 && cp < 0x10000)) return false;
-        if (cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
+        const std::size_t len = sequenceLength(bytes, i);
+        if (len == 0) return false;
         i += len;
     }
     return true;
@@ -100,36 +111,14 @@ std::string NSStringByRepairingUTF8(std::string_view text) {
     if (NSStringIsValidUTF8(text)) return std::string(text);
     std::string out;
     out.reserve(text.size());
-    const auto byte = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     for (std::size_t i = 0; i < text.size();) {
-        const unsigned char lead = byte(i);
-        if (lead < 0x80) {
-            out.push_back(static_cast<char>(lead));
-            ++i;
-            continue;
-        }
-        std::size_t length = 0;
-        char32_t min = 0;
-        if ((lead & 0xE0) == 0xC0) {
-            length = 2, min = 0x80;
-        } else if ((lead & 0xF0) == 0xE0) {
-            length = 3, min = 0x800;
-        } else if ((lead & 0xF8) == 0xF0) {
-            length = 4, min = 0x10000;
-        }
-        bool ok = length != 0 && i + length <= text.size();
-        char32_t cp = length == 0 ? 0 : lead & (0x7F >> length);
-        for (std::size_t k = 1; ok && k < length; ++k) {
-            ok = (byte(i + k) & 0xC0) == 0x80;
-            cp = (cp << 6) | (byte(i + k) & 0x3F);
-        }
-        ok = ok && cp >= min && cp <= 0x10FFFF && !(cp >= 0xD800 && cp <= 0xDFFF);
-        if (ok) {
-            out.append(text.substr(i, length));
-            i += length;
-        } else {
+        const std::size_t len = static_cast<unsigned char>(text[i]) < 0x80 ? 1 : sequenceLength(text, i);
+        if (len == 0) {
             out.append("\xEF\xBF\xBD");
             ++i;
+        } else {
+            out.append(text.substr(i, len));
+            i += len;
         }
     }
     return out;

@@ -13,14 +13,13 @@ namespace {
 
 // Split as given: the context makes the text drawable when it draws it, off the drawing thread for
 // a recorded page, and measuring makes its own copy.
-std::vector<std::string> linesOf(std::string_view string) {
-    const std::string text(string);
+std::vector<std::string> linesOf(std::string_view text) {
     std::vector<std::string> lines;
     std::size_t start = 0;
-    for (std::size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
-        lines.push_back(text.substr(start, end - start));
+    for (std::size_t end; (end = text.find('\n', start)) != std::string_view::npos; start = end + 1) {
+        lines.emplace_back(text.substr(start, end - start));
     }
-    lines.push_back(text.substr(start));
+    lines.emplace_back(text.substr(start));
     return lines;
 }
 
