@@ -45,8 +45,13 @@ std::string ProcessResources::descriptorList() {
     std::string list;
     DIR* dir = ::opendir("/proc/self/fd");
     if (!dir) return list;
+    std::size_t listed = 0;
     while (const dirent* entry = ::readdir(dir)) {
         if (entry->d_name[0] == '.') continue;
+        if (++listed > 40) {
+            list += "...";
+            break;
+        }
         char target[256] = {};
         const std::string path = std::string("/proc/self/fd/") + entry->d_name;
         const ssize_t length = ::readlink(path.c_str(), target, sizeof target - 1);

@@ -14,7 +14,7 @@ struct ProcessResources {
 
     static ProcessResources now();
     std::string describe() const;
-    // What each open descriptor refers to, for a message.
+    // What the first forty open descriptors refer to, for a message.
     static std::string descriptorList();
 };
 
