@@ -1,7 +1,5 @@
 #include "engine/Core.h"
 
-#include <unistd.h>
-
 #include <charconv>
 #include <cmath>
 
@@ -94,18 +92,17 @@ void Core::shutdown() {
         // Requests that a shim already serves go on to their end.
         networkRequestInterceptor_->setProtocolClassesSwizzled(false);
     }
-    if (configuration_->logCaptureEnabled()) {
-        // The pipes, their observers and pending reads stay: only the descriptors go back.
-        ::dup2(logHandler_->stdoutCopy(), STDOUT_FILENO);
-        ::dup2(logHandler_->stderrCopy(), STDERR_FILENO);
-        ::close(logHandler_->stdoutCopy());
-        ::close(logHandler_->stderrCopy());
-    }
+    // Whatever the flag says now: a handler that started puts the descriptors back, and every
+    // handler closes its copies, so that restarts leave no descriptor behind. Before the last send,
+    // which then carries what was written up to here.
+    logHandler_->stop();
     if (configuration_->viewScanningEnabled()) {
         const auto timer = viewScanner_->timer();
         if (!timer->isCancelled()) timer->cancel();
     }
     reactNativeSwizzler_->deswizzle();
+    // The pieces the drains passed on last are still being encoded: they join the last send.
+    platform::dispatch_sync(queue_, [] {});
     uploader_->stop();
     SDK::clearCore(*this);
 }

@@ -54,6 +54,23 @@ void logCannotFormURL(const Session& session, const std::string& serverURL) {
                     Uploader::ingestURLText(session, serverURL) + "\"; not starting.");
 }
 
+// The text on one line: control characters as \xNN.
+std::string printable(const std::string& text) {
+    static const char kDigits[] = "0123456789ABCDEF";
+    std::string shown;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte != 0x7F) {
+            shown += c;
+        } else {
+            shown += "\\x";
+            shown += kDigits[byte >> 4];
+            shown += kDigits[byte & 0xF];
+        }
+    }
+    return shown;
+}
+
 void enqueueIdentify(std::string userID, std::optional<std::map<std::string, std::string>> userInfo,
                      bool isAnonymous) {
     SDK::initializationTaskQueue().enqueue(
@@ -75,6 +92,11 @@ bool SDK::initialize(const std::shared_ptr<Configuration>& configuration) noexce
             std::lock_guard lifecycle(s.lifecycleMutex);
             if (currentCore()) {
                 platform::NSLog("Quillmere: SDK has already been initialized!");
+                return false;
+            }
+            if (!Uploader::travelsUnescaped(configuration->appID())) {
+                platform::NSLog("Quillmere: The app id \"" + printable(configuration->appID()) +
+                                "\" cannot go into the ingest URL as it is; not starting.");
                 return false;
             }
             auto session = Session::make(configuration->appID());

@@ -9,13 +9,12 @@
 #include "platform/url/NSHTTPURLResponse.h"
 #include "platform/url/NSMutableURLRequest.h"
 #include "platform/url/NSURLSessionConfiguration.h"
+#include "upload/BatchParts.h"
 #include "upload/RelayMessage.h"
 
 namespace quillmere {
 
 namespace {
-
-constexpr double kRequestTimeoutSeconds = 60.0;
 
 // One-shot, one interval from now: the pause runs from the end of a send to the next firing.
 void scheduleNextFiring(platform::DispatchSourceTimer& source) {
@@ -26,6 +25,15 @@ void scheduleNextFiring(platform::DispatchSourceTimer& source) {
 }
 
 }  // namespace
+
+bool Uploader::travelsUnescaped(std::string_view appID) {
+    for (const char c : appID) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7F) return false;
+        if (c == '&' || c == '#' || c == '%' || c == '+' || c == '=' || c == ' ') return false;
+    }
+    return true;
+}
 
 std::string Uploader::ingestURLText(const Session& session, std::string_view serverURL) {
     std::string text(serverURL);
@@ -38,23 +46,28 @@ std::string Uploader::ingestURLText(const Session& session, std::string_view ser
 }
 
 std::shared_ptr<platform::NSURL> Uploader::ingestURL(const Session& session, std::string_view serverURL) {
+    if (!travelsUnescaped(session.appID())) return nullptr;
     return platform::NSURL::URLWithString(ingestURLText(session, serverURL));
 }
 
 std::shared_ptr<Uploader> Uploader::make(std::shared_ptr<Session> session, std::string_view serverURL,
-                                         std::weak_ptr<ReadyStateDelegate> readyStateDelegate) {
+                                         std::weak_ptr<ReadyStateDelegate> readyStateDelegate,
+                                         double requestTimeoutSeconds) {
     if (!session) return nullptr;
     auto url = ingestURL(*session, serverURL);
     if (!url) return nullptr;
-    return std::shared_ptr<Uploader>(
-        new Uploader(std::move(session), std::move(url), std::move(readyStateDelegate)));
+    return std::shared_ptr<Uploader>(new Uploader(std::move(session), std::move(url),
+                                                  std::move(readyStateDelegate), requestTimeoutSeconds));
 }
 
 Uploader::Uploader(std::shared_ptr<Session> session, std::shared_ptr<platform::NSURL> url,
-                   std::weak_ptr<ReadyStateDelegate> readyStateDelegate)
+                   std::weak_ptr<ReadyStateDelegate> readyStateDelegate, double requestTimeoutSeconds)
     : session_(std::move(session)),
+      requestTimeoutSeconds_(requestTimeoutSeconds),
+      replyReader_(std::make_shared<UploadReplyReader>()),
+      // Replies come to the reader, which keeps no more of a body than a reply needs.
       urlSession_(platform::NSURLSession::sessionWithConfiguration(
-          platform::NSURLSessionConfiguration::defaultSessionConfiguration())),
+          platform::NSURLSessionConfiguration::defaultSessionConfiguration(), replyReader_, nullptr)),
       url_(std::move(url)),
       queue_(platform::DispatchQueue::makeSerial(
           "com.quillmere.uploader.queue", platform::DispatchQoS::unspecified,
@@ -113,28 +126,40 @@ void Uploader::send() {
         }
         if (list.events_size() > 0) {
             list.set_appid(session_->appID());
-            auto request = platform::NSMutableURLRequest::requestWithURL(
-                url_, platform::NSURLRequestUseProtocolCachePolicy, kRequestTimeoutSeconds);
-            request->setHTTPMethod("POST");
-            std::string failure;
-            if (auto body = encode(list, failure)) {
-                auto task = urlSession_->uploadTaskWithRequest(
-                    request, body,
-                    [self = shared_from_this()](std::shared_ptr<platform::NSData> data,
-                                                std::shared_ptr<platform::NSURLResponse> response,
-                                                std::shared_ptr<platform::NSError> error) {
-                        self->uploadCompleted(data, response, error);
-                    });
-                task->resume();
-            } else {
+            // In order, each whole; what cannot be encoded goes back with everything after it.
+            auto parts = splitIntoParts(std::move(list), kMaximumBodyBytes);
+            for (std::size_t i = 0; i < parts.size(); ++i) {
+                std::string failure;
+                if (post(parts[i], failure)) continue;
                 platform::NSLog("Quillmere: Unexpected upload error: " + failure + ".");
-                putBack(list);
+                for (std::size_t later = i + 1; later < parts.size(); ++later) {
+                    for (auto& event : *parts[later].mutable_events())
+                        *parts[i].add_events() = std::move(event);
+                }
+                putBack(parts[i]);
+                break;
             }
         }
     } catch (const std::exception& e) {
         platform::NSLog(std::string("Quillmere: Unexpected upload error: ") + e.what() + ".");
     }
     rearm();
+}
+
+bool Uploader::post(const qm::EventList& list, std::string& failure) {
+    auto body = encode(list, failure);
+    if (!body) return false;
+    auto request = platform::NSMutableURLRequest::requestWithURL(
+        url_, platform::NSURLRequestUseProtocolCachePolicy, requestTimeoutSeconds_);
+    request->setHTTPMethod("POST");
+    auto task = urlSession_->uploadTaskWithRequest(request, body);
+    replyReader_->expect(task, [self = shared_from_this()](std::shared_ptr<platform::NSData> data,
+                                                           std::shared_ptr<platform::NSURLResponse> response,
+                                                           std::shared_ptr<platform::NSError> error) {
+        self->uploadCompleted(data, response, error);
+    });
+    task->resume();
+    return true;
 }
 
 std::shared_ptr<platform::NSData> Uploader::encode(const qm::EventList& list, std::string& failure) {
@@ -184,10 +209,22 @@ void Uploader::uploadCompleted(const std::shared_ptr<platform::NSData>& data,
     }
 }
 
+namespace {
+
+// The replay URL is built on the dashboard address and handed to the host, which may open it:
+// nothing but a web address may become one.
+bool isWebAddress(const std::string& text) {
+    const auto url = platform::NSURL::URLWithString(text);
+    if (!url || !url->scheme() || !url->host() || url->host()->empty()) return false;
+    return *url->scheme() == "http" || *url->scheme() == "https";
+}
+
+}  // namespace
+
 void Uploader::handleServerReply(const std::shared_ptr<platform::NSData>& data) {
     for (const auto& message : parseRelayMessages(data)) {
         auto url = message.dashboardURL();
-        if (!url) continue;
+        if (!url || !isWebAddress(*url)) continue;
         if (auto delegate = readyStateDelegate_.lock()) delegate->setDashboardURL(std::move(*url));
     }
 }

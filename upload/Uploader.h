@@ -21,6 +21,7 @@
 #include "platform/url/NSURL.h"
 #include "platform/url/NSURLResponse.h"
 #include "platform/url/NSURLSession.h"
+#include "upload/UploadReplyReader.h"
 #include "wire/qm.pb.h"
 
 namespace quillmere {
@@ -28,15 +29,23 @@ namespace quillmere {
 class Uploader : public std::enable_shared_from_this<Uploader> {
 public:
     static constexpr int64_t kRepeatIntervalMilliseconds = 1000;
+    static constexpr double kRequestTimeoutSeconds = 60.0;
+    // The longest body of one POST: a send with more goes as several.
+    static constexpr std::size_t kMaximumBodyBytes = 8 * 1024 * 1024;
 
+    // Whether `appID` reads back as itself from the ingest URL's query, where nothing is escaped:
+    // none of "&", "#", "%", "+", "=", a space or a control character.
+    static bool travelsUnescaped(std::string_view appID);
     // The ingest URL's text: `serverURL` and the query naming the session, nothing escaped.
     static std::string ingestURLText(const Session& session, std::string_view serverURL);
-    // That text as a URL; null when it is none (a space in the app id, say).
+    // That text as a URL; null when it is none, or when the app id would not travel unescaped.
     static std::shared_ptr<platform::NSURL> ingestURL(const Session& session, std::string_view serverURL);
 
-    // Null when no URL forms from `serverURL` and the session. Starts nothing.
+    // Null when no URL forms from `serverURL` and the session. Starts nothing. Each POST gives up
+    // after `requestTimeoutSeconds` without progress.
     static std::shared_ptr<Uploader> make(std::shared_ptr<Session> session, std::string_view serverURL,
-                                          std::weak_ptr<ReadyStateDelegate> readyStateDelegate);
+                                          std::weak_ptr<ReadyStateDelegate> readyStateDelegate,
+                                          double requestTimeoutSeconds = kRequestTimeoutSeconds);
 
     Uploader(const Uploader&) = delete;
     Uploader& operator=(const Uploader&) = delete;
@@ -66,10 +75,13 @@ public:
 
 private:
     Uploader(std::shared_ptr<Session> session, std::shared_ptr<platform::NSURL> url,
-             std::weak_ptr<ReadyStateDelegate> readyStateDelegate);
+             std::weak_ptr<ReadyStateDelegate> readyStateDelegate, double requestTimeoutSeconds);
 
     // On the uploader queue only.
     void send();
+    // Hands one list to the URL session; false, with the reason in `failure`, when it cannot be
+    // encoded.
+    bool post(const qm::EventList& list, std::string& failure);
     // The body of one POST; null, with the reason in `failure`, when it cannot be encoded.
     static std::shared_ptr<platform::NSData> encode(const qm::EventList& list, std::string& failure);
     // Returns a batch that could not be sent to the front of the buffer.
@@ -77,6 +89,8 @@ private:
     void rearm();
 
     const std::shared_ptr<Session> session_;
+    const double requestTimeoutSeconds_;
+    const std::shared_ptr<UploadReplyReader> replyReader_;
     const std::shared_ptr<platform::NSURLSession> urlSession_;
     const std::shared_ptr<platform::NSURL> url_;
     const platform::dispatch_queue_t queue_;

@@ -1,5 +1,6 @@
 #include "capture/log/LogHandler.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -8,10 +9,6 @@
 
 #include "capture/network/JsonValue.h"
 #include "engine/Core.h"
-#include "platform/foundation/NSData.h"
-#include "platform/foundation/NSDictionary.h"
-#include "platform/foundation/NSFileHandle.h"
-#include "platform/foundation/NSNotificationCenter.h"
 #include "platform/foundation/NSString.h"
 
 namespace quillmere {
@@ -26,29 +23,27 @@ qm::core::LogEvent_LogLevel levelNamed(const std::string& level) {
     return qm::core::LogEvent_LogLevel_LOG;
 }
 
-void exportPipeNotificationMethod() {
-    using platform::NSNotification;
-    platform::class_addMethod(
-        LogHandler::class_(), platform::sel_getUid(LogHandler::kPipeNotificationSelector),
-        platform::imp_makeFunction<void, std::shared_ptr<NSNotification>>(
-            [](platform::NSObject* self, platform::SEL, std::shared_ptr<NSNotification> notification) {
-                if (auto* handler = dynamic_cast<LogHandler*>(self))
-                    handler->handlePipeNotificationWithNotification(notification);
-            }));
+// Above 2, so that a host that closed one of the standard descriptors never finds it open again.
+int32_t copyOf(int fd) {
+    return ::fcntl(fd, F_DUPFD_CLOEXEC, 3);
 }
 
 }  // namespace
 
 std::shared_ptr<LogHandler> LogHandler::make(std::shared_ptr<Core> eventAdder) {
-    static const bool exported = (exportPipeNotificationMethod(), true);
-    (void)exported;
     return std::shared_ptr<LogHandler>(new LogHandler(std::move(eventAdder)));
 }
 
 LogHandler::LogHandler(std::shared_ptr<Core> eventAdder)
-    : eventAdder_(std::move(eventAdder)),
-      stdoutCopy_(::dup(STDOUT_FILENO)),
-      stderrCopy_(::dup(STDERR_FILENO)) {}
+    : eventAdder_(std::move(eventAdder)), stdoutCopy_(copyOf(STDOUT_FILENO)), stderrCopy_(copyOf(STDERR_FILENO)) {}
+
+std::unique_ptr<LogDrain> LogHandler::makeDrain(int destination) {
+    const bool isStdout = destination == STDOUT_FILENO;
+    std::weak_ptr<LogHandler> weak = std::static_pointer_cast<LogHandler>(shared_from_this());
+    return LogDrain::make(destination, [weak = std::move(weak), isStdout](std::string_view piece) {
+        if (const auto handler = weak.lock()) handler->capture(isStdout, piece);
+    });
+}
 
 void LogHandler::start() {
     // What the streams hold from before goes out to the console as it was, not into the pipes.
@@ -56,67 +51,61 @@ void LogHandler::start() {
     std::fflush(stderr);
     std::setvbuf(stdout, nullptr, _IONBF, 0);
     std::setvbuf(stderr, nullptr, _IONBF, 0);
+    // A stream the host has closed stays closed: writes to it keep failing as they did.
+    if (stopped_ || stdoutCopy_ < 0 || stderrCopy_ < 0) return;
 
-    auto stdoutInput = platform::NSPipe::pipe();
-    auto stderrInput = platform::NSPipe::pipe();
-    auto stdoutOutput = platform::NSPipe::pipe();
-    auto stderrOutput = platform::NSPipe::pipe();
-    if (!stdoutInput || !stderrInput || !stdoutOutput || !stderrOutput) return;
-    stdoutInputPipe_ = std::move(stdoutInput);
-    stderrInputPipe_ = std::move(stderrInput);
-    stdoutOutputPipe_ = std::move(stdoutOutput);
-    stderrOutputPipe_ = std::move(stderrOutput);
-
-    const auto& stdoutReading = stdoutInputPipe_->fileHandleForReading();
-    const auto& stderrReading = stderrInputPipe_->fileHandleForReading();
-    // The real destinations are copied before 1 and 2 are pointed at the pipes: forwarding must
-    // never lead back into them.
-    ::dup2(STDOUT_FILENO, stdoutOutputPipe_->fileHandleForWriting()->fileDescriptor());
-    ::dup2(STDERR_FILENO, stderrOutputPipe_->fileHandleForWriting()->fileDescriptor());
-    ::dup2(stdoutInputPipe_->fileHandleForWriting()->fileDescriptor(), STDOUT_FILENO);
-    ::dup2(stderrInputPipe_->fileHandleForWriting()->fileDescriptor(), STDERR_FILENO);
-
-    const auto center = platform::NSNotificationCenter::defaultCenter();
-    const platform::SEL selector = platform::sel_getUid(kPipeNotificationSelector);
-    center->addObserver(shared_from_this(), selector, platform::NSFileHandleReadCompletionNotification,
-                        stdoutReading);
-    center->addObserver(shared_from_this(), selector, platform::NSFileHandleReadCompletionNotification,
-                        stderrReading);
-    stdoutReading->readInBackgroundAndNotify();
-    stderrReading->readInBackgroundAndNotify();
+    try {
+        auto stdoutDrain = makeDrain(STDOUT_FILENO);
+        auto stderrDrain = makeDrain(STDERR_FILENO);
+        if (!stdoutDrain || !stderrDrain || !stdoutDrain->start()) return;
+        if (!stderrDrain->start()) {
+            stdoutDrain->finish(std::chrono::steady_clock::now());
+            return;
+        }
+        stdoutDrain_ = std::move(stdoutDrain);
+        stderrDrain_ = std::move(stderrDrain);
+    } catch (const std::exception&) {
+        return;  // only allocation fails here; nothing was redirected
+    }
+    // Only once both drains run: from here on a write to 1 or 2 never waits for long.
+    ::dup2(stdoutDrain_->inputDescriptor(), STDOUT_FILENO);
+    ::dup2(stderrDrain_->inputDescriptor(), STDERR_FILENO);
 }
 
-void LogHandler::handlePipeNotificationWithNotification(
-    const std::shared_ptr<platform::NSNotification>& notification) {
-    if (!notification || !stdoutInputPipe_) return;
-    const auto handle = platform::objc_cast<platform::NSFileHandle>(notification->object());
-    if (!handle) return;
-    const bool isStdout = handle == stdoutInputPipe_->fileHandleForReading();
+void LogHandler::stop() {
+    if (stopped_) return;
+    stopped_ = true;
+    if (stdoutDrain_) {
+        ::dup2(stdoutCopy_, STDOUT_FILENO);
+        ::dup2(stderrCopy_, STDERR_FILENO);
+        // One deadline for both: a stalled console holds up shutdown once, not twice.
+        const auto deadline = std::chrono::steady_clock::now() + kStopPatience;
+        stdoutDrain_->finish(deadline);
+        stderrDrain_->finish(deadline);
+        stdoutDrain_.reset();
+        stderrDrain_.reset();
+    }
+    if (stdoutCopy_ >= 0) ::close(stdoutCopy_);
+    if (stderrCopy_ >= 0) ::close(stderrCopy_);
+    stdoutCopy_ = -1;
+    stderrCopy_ = -1;
+}
+
+void LogHandler::capture(bool isStdout, std::string_view piece) noexcept {
+    // Only the capture asks for ASCII; a piece that is not stays off the wire.
+    if (!platform::NSStringIsValidASCII(piece)) return;
     try {
-        // Armed before this piece is looked at: whatever becomes of it, the pipe keeps draining.
-        handle->readInBackgroundAndNotify();
-
-        const auto& userInfo = notification->userInfo();
-        if (!userInfo) return;
-        const auto data = platform::objc_cast<platform::NSData>(
-            userInfo->objectForKey(platform::NSFileHandleNotificationDataItem));
-        // No bytes means end of file or a failed read, not a piece of text.
-        if (!data || data->length() == 0) return;
-
-        // The console gets every piece, whatever its bytes: the host's output never changes.
-        const auto& output = isStdout ? stdoutOutputPipe_ : stderrOutputPipe_;
-        output->fileHandleForWriting()->writeData(*data);
-
-        // Only the capture asks for ASCII; a piece that is not stays off the wire.
-        if (!platform::NSStringIsValidASCII(data->view())) return;
-        auto argument = jsonValue(data->view());
-        if (!argument) return;
-        qm::core::LogEvent event;
-        event.set_loglevel(isStdout ? qm::core::LogEvent_LogLevel_LOG : qm::core::LogEvent_LogLevel_ERROR);
-        *event.add_args() = std::move(*argument);
-        eventAdder_->addEvent(EventType::logEvent, std::move(event));
+        // The drain's thread only copies the bytes; escaping them waits for the core queue.
+        eventAdder_->addEventBuiltLater(
+            EventType::logEvent, [text = std::string(piece), isStdout] {
+                qm::core::LogEvent event;
+                event.set_loglevel(isStdout ? qm::core::LogEvent_LogLevel_LOG
+                                            : qm::core::LogEvent_LogLevel_ERROR);
+                if (auto argument = jsonValue(text)) *event.add_args() = std::move(*argument);
+                return event;
+            });
     } catch (const std::exception&) {
-        // Only allocation fails here: the piece goes uncaptured, and the run loop must not see it.
+        // Only allocation fails here: the piece goes uncaptured, and it reached the console.
     }
 }
 

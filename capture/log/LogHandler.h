@@ -2,22 +2,24 @@
 // Log events: what the host process writes to descriptors 1 and 2, and the host's explicit log
 // calls.
 //
-// Once started, descriptors 1 and 2 are pipes that the handler drains. Every piece read is written
-// on, byte for byte, to where the descriptor pointed before, so the console shows what it would
-// have shown; a piece that is ASCII text also becomes one qm.core.LogEvent (LOG for stdout, ERROR
-// for stderr). A piece is what one read gave: part of a line, several lines, never cut further.
+// Once started, descriptors 1 and 2 are pipes, each drained by a thread of the library's own
+// (LogDrain). Every piece read is written on, byte for byte, to where the descriptor pointed
+// before, so the console shows what it would have shown; a piece that is ASCII text also becomes
+// one qm.core.LogEvent (LOG for stdout, ERROR for stderr). A piece is what one read gave: part of a
+// line, several lines, never cut further. No thread of the host's runs any of this, and no run
+// loop is needed.
 //
-// Threads: make and start on the thread that calls SDK::initialize, which must run its run loop:
-// the pieces arrive there, one at a time. The handler holds its Core strongly and the Core holds
-// the handler, so the two stay alive together; the pipes and pending reads outlive shutdown.
+// Threads: make, start and stop on the host's thread that drives SDK. The handler holds its Core
+// strongly and the Core holds the handler, so the two stay alive together; the drains reach the
+// handler back weakly.
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "platform/foundation/NSNotification.h"
+#include "capture/log/LogDrain.h"
 #include "platform/foundation/NSObject.h"
-#include "platform/foundation/NSPipe.h"
 #include "wire/qm_core.pb.h"
 
 namespace quillmere {
@@ -27,25 +29,24 @@ class Core;
 class LogHandler final : public platform::NSObject {
     PLATFORM_OBJC_CLASS_NAMED(LogHandler, platform::NSObject, "Quillmere.LogHandler")
 public:
-    // The selector observed for the pipes' read completions, the class's one method known to the
-    // runtime.
-    static constexpr const char* kPipeNotificationSelector = "handlePipeNotificationWithNotification:";
+    // How long stop() waits for the drains to pass on what was written before it.
+    static constexpr std::chrono::milliseconds kStopPatience{1000};
 
     // Takes copies of descriptors 1 and 2 now, whether or not capture is ever started: they are
-    // what Core::shutdown restores. Nothing is redirected yet.
+    // what stop() restores. Nothing is redirected yet.
     static std::shared_ptr<LogHandler> make(std::shared_ptr<Core> eventAdder);
 
-    // Makes the C streams unbuffered, puts pipes behind descriptors 1 and 2 and arms the first read
-    // of each. When a pipe cannot be made, no descriptor is touched and nothing is captured. Call
-    // once, on a thread that runs its run loop.
+    // Makes the C streams unbuffered, puts pipes behind descriptors 1 and 2 and starts their
+    // drains. When either descriptor is not open, or a pipe or thread cannot be made, no
+    // descriptor is touched and nothing is captured. Call once.
     void start();
+    // Puts descriptors 1 and 2 back, lets the drains pass on and capture what was written before,
+    // ends them (waiting at most kStopPatience) and closes the copies. Also for a handler never
+    // started, whose copies it closes. Later calls do nothing.
+    void stop();
 
-    // One piece read from either pipe: arms the next read of that pipe, writes the piece on to its
-    // console and adds its event. Run loop of the thread that called start.
-    void handlePipeNotificationWithNotification(
-        const std::shared_ptr<platform::NSNotification>& notification);
-
-    // Copies of descriptors 1 and 2 as they were when the handler was made; -1 if dup failed.
+    // Copies of descriptors 1 and 2 as they were when the handler was made, above 2; -1 if either
+    // was not open, and once stop() closed them.
     int32_t stdoutCopy() const { return stdoutCopy_; }
     int32_t stderrCopy() const { return stderrCopy_; }
 
@@ -56,16 +57,17 @@ public:
 private:
     explicit LogHandler(std::shared_ptr<Core> eventAdder);
 
+    // One piece read from a stream: its event, unless it is not ASCII. A drain's thread.
+    void capture(bool isStdout, std::string_view piece) noexcept;
+    std::unique_ptr<LogDrain> makeDrain(int destination);
+
     const std::shared_ptr<Core> eventAdder_;  // immutable
-    // Guarded by confinement to the thread that called start: start sets them before it arms the
-    // first reads, and the handler, which those reads call back on that thread, only reads them.
-    std::shared_ptr<platform::NSPipe> stdoutInputPipe_;
-    std::shared_ptr<platform::NSPipe> stderrInputPipe_;
-    std::shared_ptr<platform::NSPipe> stdoutOutputPipe_;
-    std::shared_ptr<platform::NSPipe> stderrOutputPipe_;
-    // Immutable: taken at construction, read by Core::shutdown on whichever thread calls it.
-    const int32_t stdoutCopy_;
-    const int32_t stderrCopy_;
+    // Confined to the thread that starts and stops.
+    std::unique_ptr<LogDrain> stdoutDrain_;
+    std::unique_ptr<LogDrain> stderrDrain_;
+    int32_t stdoutCopy_;
+    int32_t stderrCopy_;
+    bool stopped_ = false;
 };
 
 }  // namespace quillmere

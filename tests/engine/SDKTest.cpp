@@ -149,8 +149,29 @@ TEST_P(InitializeWithoutAnIngestURL, RefusesWithOneLineAndStartsNothing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, InitializeWithoutAnIngestURL,
-                         ::testing::Values(std::pair{"my app", "https://ingest.example/i"},
-                                           std::pair{"app-1", "https://ingest example/i"},
-                                           std::pair{"100%", "https://ingest.example/i"}));
+                         ::testing::Values(std::pair{"app-1", "https://ingest example/i"},
+                                           std::pair{"app-1", "not a url"}));
+
+// Each of these would reach the server as another app id, or as none: the query is not escaped.
+class InitializeWithAnAppIDThatCannotTravel
+    : public ::testing::TestWithParam<std::pair<std::string, std::string>> {};
+
+TEST_P(InitializeWithAnAppIDThatCannotTravel, RefusesWithOneLineNamingIt) {
+    const auto& [appID, shown] = GetParam();
+    qlm_test::LogCapture log;
+    IngestServer server;
+    EXPECT_FALSE(SDK::initialize(qlm_test::configurationFor(server, appID)));
+    EXPECT_FALSE(SDK::currentCore());
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"Quillmere: The app id \"" + shown +
+                                                    "\" cannot go into the ingest URL as it is; not starting."});
+    EXPECT_EQ(server.requestCount(), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, InitializeWithAnAppIDThatCannotTravel,
+                         ::testing::Values(std::pair{"a&r=x", "a&r=x"}, std::pair{"app#1", "app#1"},
+                                           std::pair{"%41pp", "%41pp"}, std::pair{"a+b", "a+b"},
+                                           std::pair{"a=b", "a=b"}, std::pair{"my app", "my app"},
+                                           std::pair{"app\n1", "app\\x0A1"},
+                                           std::pair{"app\x7F", "app\\x7F"}));
 
 }  // namespace

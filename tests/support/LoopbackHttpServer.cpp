@@ -127,7 +127,7 @@ bool LoopbackHttpServer::start() {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = 0;
+    address.sin_port = htons(options_.port);
     socklen_t length = sizeof address;
     if (::bind(listenFd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
         ::listen(listenFd_, 64) != 0 ||
@@ -211,7 +211,7 @@ void LoopbackHttpServer::reapFinished() {
     }
     for (auto& connection : finished) {
         connection.thread.join();
-        ::close(connection.fd);
+        if (connection.fd >= 0) ::close(connection.fd);
     }
 }
 
@@ -236,6 +236,10 @@ void LoopbackHttpServer::acceptLoop() {
         if (fd < 0) continue;
         const int yes = 1;
         ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
+        if (options_.resetOnAccept) {
+            resetAndClose(fd);
+            continue;
+        }
         std::lock_guard lock(mutex_);
         if (stopping_) {
             ::close(fd);
@@ -263,6 +267,14 @@ void LoopbackHttpServer::serve(Connection* connection) {
                                !(connectionField && equalsIgnoringCase(trimmed(*connectionField), "close"));
         HttpResponse response = dispatch(*request);
         if (!pause(response.delayBeforeReply) || response.closeWithoutReply) break;
+        if (response.resetWithoutReply) {
+            std::lock_guard lock(mutex_);
+            resetAndClose(connection->fd);
+            connection->fd = -1;
+            connection->done = true;
+            changed_.notify_all();
+            return;
+        }
         if (!reply(fd, *request, response, keepAlive) || !keepAlive) break;
     }
     ::shutdown(fd, SHUT_RDWR);
@@ -389,6 +401,12 @@ std::optional<HttpRequest> LoopbackHttpServer::readRequest(int fd, std::string& 
     return request;
 }
 
+void LoopbackHttpServer::resetAndClose(int fd) {
+    const linger now{1, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &now, sizeof now);
+    ::close(fd);
+}
+
 bool LoopbackHttpServer::sendAll(int fd, std::string_view data) {
     while (!data.empty()) {
         const ssize_t sent = ::send(fd, data.data(), data.size(), MSG_NOSIGNAL);
@@ -414,6 +432,7 @@ bool LoopbackHttpServer::reply(int fd, const HttpRequest& request, const HttpRes
     } else if (!explicitLength && !explicitEncoding) {
         std::size_t total = 0;
         for (const auto& piece : response.chunks) total += piece.size();
+        total *= response.repeat;
         head += "Content-Length: " + std::to_string(total) + "\r\n";
     }
     if (!keepAlive) head += "Connection: close\r\n";
@@ -421,12 +440,13 @@ bool LoopbackHttpServer::reply(int fd, const HttpRequest& request, const HttpRes
     if (!sendAll(fd, head)) return false;
     if (!sendsBody) return true;
 
-    for (std::size_t i = 0; i < response.chunks.size(); ++i) {
+    const std::size_t pieces = response.chunks.size() * response.repeat;
+    for (std::size_t i = 0; i < pieces; ++i) {
         if (i > 0) {
             if (!pause(response.delayBetweenChunks)) return false;
             if (response.beforeChunk) response.beforeChunk(i);
         }
-        const std::string& piece = response.chunks[i];
+        const std::string& piece = response.chunks[i % response.chunks.size()];
         if (chunked) {
             if (piece.empty()) continue;  // an empty chunk would end the body
             char size[32];

@@ -49,6 +49,10 @@ struct HttpResponse {
     // test can pace the reply on its own conditions. It must return in bounded time.
     std::function<void(std::size_t piece)> beforeChunk;
     bool closeWithoutReply = false;
+    // As closeWithoutReply, but the connection is reset (RST) rather than closed.
+    bool resetWithoutReply = false;
+    // The body is `chunks` this many times over, for bodies too large to hold.
+    std::size_t repeat = 1;
 
     static HttpResponse text(int status, std::string body, std::string contentType = "text/plain");
     HttpResponse& withHeader(std::string name, std::string value);
@@ -61,6 +65,8 @@ public:
     struct Options {
         std::size_t maxConnections = 32;
         std::chrono::milliseconds keepAliveIdle{2000};  // an idle connection closes after this
+        uint16_t port = 0;                              // 0: an ephemeral one
+        bool resetOnAccept = false;                     // every connection is reset before its request
     };
 
     LoopbackHttpServer();
@@ -100,6 +106,8 @@ private:
     bool readMore(int fd, std::string& buffer, std::chrono::milliseconds timeout);
     bool reply(int fd, const HttpRequest& request, const HttpResponse& response, bool keepAlive);
     bool sendAll(int fd, std::string_view data);
+    // Closes `fd` with a reset (RST) rather than an orderly end.
+    static void resetAndClose(int fd);
     // Sleeps for `delay` unless stop() comes first; false when stopping.
     bool pause(std::chrono::milliseconds delay);
     HttpResponse dispatch(const HttpRequest& request);

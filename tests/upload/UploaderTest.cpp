@@ -1,6 +1,7 @@
 // The Uploader against a real HTTP server: what goes on the wire, when, and what each reply does.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <thread>
 
 #include "tests/support/LogCapture.h"
@@ -109,6 +110,12 @@ std::vector<ReplyCase> replyCases() {
     const std::string relay =
         R"([{"type":"DASHBOARD_URL","data":{"dashboardURL":"https://dash.example/a"}}])";
     const std::string code = "Quillmere: server error code: ", body = "Quillmere: server error body: ";
+    const std::string tooLong = "Quillmere: Server reply longer than 65536 bytes; its body is ignored.";
+    const auto relayOf = [](const std::string& address) {
+        return R"([{"type":"DASHBOARD_URL","data":{"dashboardURL":")" + address + R"("}}])";
+    };
+    // JSON allows white space after the value: the relay stays readable at any length.
+    const auto padded = [&](std::size_t length) { return relay + std::string(length - relay.size(), ' '); };
     // clang-format off
     return {
         {"CreatedWithRelaySetsTheAddress", 201, relay, "https://dash.example/a", 1, {}},
@@ -119,6 +126,13 @@ std::vector<ReplyCase> replyCases() {
         {"NotFoundWithBinaryBody", 404, std::string("\xFF\xFE\x00\x01", 4), std::nullopt, 0, {code + "404"}},
         {"BadRequestWithRelayBody", 400, relay, std::nullopt, 0, {code + "400", body + relay}},
         {"NoReply", 0, "", std::nullopt, 0, {"Quillmere: Upload task failed: "}},
+        {"CreatedOf64KBIsRead", 201, padded(65536), "https://dash.example/a", 1, {}},
+        {"CreatedPast64KBIsNotRead", 201, padded(65537), std::nullopt, 1, {tooLong}},
+        {"ServerErrorPast64KB", 500, std::string(1 << 20, 'x'), std::nullopt, 0, {tooLong, code + "500"}},
+        {"RelayOfAScript", 201, relayOf("javascript:alert(1)//https://d.example"), std::nullopt, 1, {}},
+        {"RelayOfAFileAddress", 201, relayOf("file:///etc/passwd"), std::nullopt, 1, {}},
+        {"RelayWithoutScheme", 201, relayOf("dash.example/a"), std::nullopt, 1, {}},
+        {"RelayOfPlainHttp", 201, relayOf("http://127.0.0.1:8080"), "http://127.0.0.1:8080", 1, {}},
     };
     // clang-format on
 }
@@ -150,5 +164,44 @@ TEST_P(ServerReplies, EachStatusHasItsEffect) {
 
 INSTANTIATE_TEST_SUITE_P(Table, ServerReplies, ::testing::ValuesIn(replyCases()),
                          [](const auto& info) { return std::string(info.param.name); });
+
+qm::Event eventOfSize(uint32_t number, std::size_t dataBytes) {
+    auto event = qlm_test::numberedEvent(number);
+    event.set_data(std::string(dataBytes, 'd'));
+    return event;
+}
+
+TEST_F(UploaderTest, ASendPastTheBodyLimitGoesAsSeveralPostsOfWholeEventsInOrder) {
+    constexpr std::size_t kMiB = 1024 * 1024;
+    IngestServer server([](const HttpRequest&) { return HttpResponse::text(200, ""); });
+    auto uploader = makeUploader(server);
+    ASSERT_TRUE(uploader);
+    // Seven of a MiB fill a part; the tenth alone is past the limit and goes by itself.
+    const std::vector<std::size_t> sizes = {kMiB, kMiB, kMiB, kMiB, kMiB, kMiB, kMiB, kMiB, 100, 9 * kMiB, 10};
+    for (uint32_t i = 0; i < sizes.size(); ++i) uploader->append(eventOfSize(i, sizes[i]));
+    qlm_test::stopAndSettle(uploader);
+
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 4u);
+    std::vector<std::vector<uint32_t>> parts;
+    for (const auto& request : requests) {
+        EXPECT_EQ(request.query, requests[0].query);
+        qm::EventList list;
+        ASSERT_TRUE(list.ParseFromString(request.body));
+        EXPECT_EQ(list.appid(), "app-1");
+        if (list.events_size() > 1) {
+            EXPECT_LE(request.body.size(), Uploader::kMaximumBodyBytes);
+        }
+        std::vector<uint32_t> numbers;
+        for (const auto& event : list.events()) {
+            EXPECT_EQ(event.data().size(), sizes[event.seqid()]) << "an event was cut";
+            numbers.push_back(event.seqid());
+        }
+        parts.push_back(numbers);
+    }
+    // Sent side by side, the parts may arrive in any order; each holds a run of the events.
+    std::sort(parts.begin(), parts.end());
+    EXPECT_EQ(parts, (std::vector<std::vector<uint32_t>>{{0, 1, 2, 3, 4, 5, 6}, {7, 8}, {9}, {10}}));
+}
 
 }  // namespace

@@ -3,9 +3,9 @@
 //
 // The console is a pipe that descriptor 1 pointed at before the library started, drained by a
 // thread of its own; a figure ends only when the console has received every byte. The library runs
-// as a host runs it: started on a thread that turns its run loop, uploading once a second to a
-// loopback endpoint that reads each batch and throws it away. Standard error goes to /dev/null
-// meanwhile.
+// as a host runs it, started on the bench's own thread (log capture needs no run loop), uploading
+// once a second to a loopback endpoint that reads each batch and throws it away. Standard error
+// goes to /dev/null meanwhile.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -17,12 +17,10 @@
 #include <atomic>
 #include <cctype>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -30,7 +28,6 @@
 #include "engine/Configuration.h"
 #include "engine/Core.h"
 #include "engine/Session.h"
-#include "platform/foundation/NSRunLoop.h"
 
 namespace {
 
@@ -149,8 +146,8 @@ private:
     std::thread reader_;
 };
 
-// Descriptor 1 on a counting console, descriptor 2 on /dev/null and, with capture, a started Core
-// whose thread turns its run loop. Everything is put back when the rig goes.
+// Descriptor 1 on a counting console, descriptor 2 on /dev/null and, with capture, a started Core.
+// Everything is put back when the rig goes.
 class Rig {
 public:
     explicit Rig(bool capture) {
@@ -168,16 +165,16 @@ public:
         static char streamBuffer[BUFSIZ];
         std::setvbuf(stdout, streamBuffer, _IOFBF, sizeof streamBuffer);
         if (!capture) return;
-        host_ = std::thread([this] { runHost(); });
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return started_; });
+        auto configuration = std::make_shared<Configuration>("bench");
+        configuration->setServerURL(endpoint().url());
+        configuration->setViewScanningEnabled(false);
+        configuration->setNetworkCaptureEnabled(false);
+        core_ = Core::make(quillmere::Session::make("bench"), configuration);
+        core_->start();
     }
 
     ~Rig() {
-        if (host_.joinable()) {
-            stopping_.store(true);
-            host_.join();
-        }
+        if (core_) core_->shutdown();
         std::fflush(stdout);
         ::dup2(savedOut_, STDOUT_FILENO);
         ::dup2(savedErr_, STDERR_FILENO);
@@ -190,32 +187,9 @@ public:
     int64_t events() const { return core_ ? core_->session()->seqID().value() : 0; }
 
 private:
-    void runHost() {
-        auto configuration = std::make_shared<Configuration>("bench");
-        configuration->setServerURL(endpoint().url());
-        configuration->setViewScanningEnabled(false);
-        configuration->setNetworkCaptureEnabled(false);
-        const auto core = Core::make(quillmere::Session::make("bench"), configuration);
-        core->start();
-        {
-            std::lock_guard lock(mutex_);
-            core_ = core;
-            started_ = true;
-        }
-        changed_.notify_all();
-        while (!stopping_.load()) platform::CFRunLoopRunInMode(0.05, false);
-        core->shutdown();
-    }
-
     CountingConsole console_;
     int savedOut_ = -1;
     int savedErr_ = -1;
-    std::thread host_;
-    std::atomic<bool> stopping_{false};
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool started_ = false;  // guarded by mutex_
-    // Set with started_ under mutex_ before the constructor returns, then only read.
     std::shared_ptr<Core> core_;
 };
 

@@ -1,4 +1,4 @@
-#include "tests/capture/log/LogTestSupport.h"
+#include "tests/support/Console.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -62,6 +62,21 @@ bool Console::isBehind(int fd) const {
     return behind.st_dev == own.st_dev && behind.st_ino == own.st_ino;
 }
 
+void Console::pause() {
+    std::lock_guard lock(mutex_);
+    paused_ = true;
+}
+
+void Console::resume() {
+    std::lock_guard lock(mutex_);
+    paused_ = false;
+}
+
+bool Console::paused() const {
+    std::lock_guard lock(mutex_);
+    return paused_;
+}
+
 void Console::readLoop() {
     // Other holders of the writing end (the library's copies) may outlive the console, so the end
     // of the pipe never comes: the eventfd ends the loop, after a last drain.
@@ -70,8 +85,11 @@ void Console::readLoop() {
     bool ended = false;  // no writer is left: only the eventfd is worth waiting for
     while (!stopping) {
         pollfd ready[2] = {{stop_, POLLIN, 0}, {reading_, POLLIN, 0}};
-        if (::poll(ready, ended ? 1 : 2, -1) < 0 && errno != EINTR) return;
+        // Paused, it looks now and then whether it may go on.
+        const bool paused = this->paused();
+        if (::poll(ready, ended || paused ? 1 : 2, paused ? 10 : -1) < 0 && errno != EINTR) return;
         stopping = ready[0].revents != 0;
+        if (paused && !stopping) continue;
         for (;;) {
             const ssize_t n = ::read(reading_, buffer, sizeof buffer);
             if (n < 0 && errno == EINTR) continue;

@@ -30,9 +30,13 @@ public:
                  std::chrono::milliseconds timeout = std::chrono::milliseconds(8000));
     // Whether `fd` writes into this console's pipe, directly.
     bool isBehind(int fd) const;
+    // A console that stops reading, as a terminal's reader that hangs, and one that goes on again.
+    void pause();
+    void resume();
 
 private:
     void readLoop();
+    bool paused() const;
 
     const int fd_;
     int saved_ = -1;
@@ -41,7 +45,8 @@ private:
     std::thread reader_;
 
     mutable std::mutex mutex_;
-    std::string text_;  // guarded by mutex_
+    std::string text_;    // guarded by mutex_
+    bool paused_ = false;  // guarded by mutex_
 };
 
 }  // namespace qlm_test
