@@ -103,8 +103,9 @@ void NetworkShim::reportRequest(const NSURLRequest& request,
                                              outgoing);
         // The body's text form is built on the core queue: this thread drives every transfer. What
         // goes there is a copy, as the sanitizer may have kept its object to change later.
-        core->addEventBuiltLater(EventType::requestEvent,
-                                 [captured = captured->detachedCopy(ownBody)] { return makeRequestEvent(*captured); });
+        core->addEventBuiltLater(EventType::requestEvent, [captured = captured->detachedCopy(ownBody)] {
+            return makeRequestEvent(*captured);
+        });
     } catch (...) {
         // The request goes out unreported.
     }

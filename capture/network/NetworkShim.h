@@ -80,15 +80,16 @@ private:
     // Reports the request and marks `outgoing` with its number; silent on any failure.
     void reportRequest(const platform::NSURLRequest& request,
                        const std::shared_ptr<platform::NSMutableURLRequest>& outgoing) noexcept;
-    void reportResponse(const platform::NSURLSessionTask& task, const std::shared_ptr<platform::NSError>& error,
+    void reportResponse(const platform::NSURLSessionTask& task,
+                        const std::shared_ptr<platform::NSError>& error,
                         const platform::NSDate& end) noexcept;
 
     std::mutex sessionMutex_;
     std::shared_ptr<platform::NSURLSession> session_;  // guarded by sessionMutex_
 
     // Confined to the session's delegate queue, which runs one delegate call at a time.
-    std::shared_ptr<platform::NSURLResponse> response_;      // the last response received
-    std::shared_ptr<platform::NSMutableData> responseData_;  // its body so far
+    std::shared_ptr<platform::NSURLResponse> response_;              // the last response received
+    std::shared_ptr<platform::NSMutableData> responseData_;          // its body so far
     std::shared_ptr<platform::NSHTTPURLResponse> redirectResponse_;  // the redirect told of, if any
 };
 

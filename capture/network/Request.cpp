@@ -24,7 +24,8 @@ std::shared_ptr<Request> Request::detachedCopy(const std::shared_ptr<platform::N
     auto copy = std::make_shared<Request>(ConstructionKey(), method_, reqID_);
     copy->url_ = url_;
     copy->headers_ = headers_;
-    copy->body_ = body_ == ownBody || !body_ ? body_ : platform::NSData::dataWithBytes(body_->bytes(), body_->length());
+    copy->body_ =
+        body_ == ownBody || !body_ ? body_ : platform::NSData::dataWithBytes(body_->bytes(), body_->length());
     return copy;
 }
 

@@ -17,7 +17,8 @@ constexpr const char* kSessionSettingsUnknown =
     "(HTTPAdditionalHeaders, timeoutIntervalForRequest); see \"Known limits\" in the README";
 
 // One task, on a session with `settings`.
-Scenario single(std::string name, HostTask task, SessionSettings settings = {}, std::string knownDifference = "") {
+Scenario single(std::string name, HostTask task, SessionSettings settings = {},
+                std::string knownDifference = "") {
     return {std::move(name),
             [task, settings](ScenarioRun& run) { ScriptedHttpHost(run).play(task, settings); },
             std::move(knownDifference)};
@@ -36,8 +37,10 @@ std::vector<Scenario> networkScenarios() {
     for (const int code : {301, 302, 303, 307, 308}) {
         for (const auto& shape : shapes) {
             for (const bool refuse : {false, true}) {
-                HostTask task{.target = "/redirect?code=" + std::to_string(code), .method = shape.method,
-                              .body = shape.body, .refuseRedirects = refuse};
+                HostTask task{.target = "/redirect?code=" + std::to_string(code),
+                              .method = shape.method,
+                              .body = shape.body,
+                              .refuseRedirects = refuse};
                 scenarios.push_back(single("redirect_" + std::to_string(code) + "_" + shape.name +
                                                (refuse ? "_refused" : "_followed"),
                                            task));
@@ -45,11 +48,13 @@ std::vector<Scenario> networkScenarios() {
         }
     }
     scenarios.push_back(single("redirect_chain_of_three", {.target = "/chain?n=3"}));
-    scenarios.push_back(single("challenge_answered_with_credential",
-                               {.target = "/auth", .challengeAnswer = NSURLSessionAuthChallengeUseCredential}));
+    scenarios.push_back(
+        single("challenge_answered_with_credential",
+               {.target = "/auth", .challengeAnswer = NSURLSessionAuthChallengeUseCredential}));
     scenarios.push_back(single("challenge_default_handling", {.target = "/auth"}));
-    scenarios.push_back(single("challenge_cancelled",
-                               {.target = "/auth", .challengeAnswer = NSURLSessionAuthChallengeCancelAuthenticationChallenge}));
+    scenarios.push_back(single(
+        "challenge_cancelled",
+        {.target = "/auth", .challengeAnswer = NSURLSessionAuthChallengeCancelAuthenticationChallenge}));
     scenarios.push_back(single("task_cancelled_mid_body", {.target = "/slow", .cancelAfterFirstData = true}));
     scenarios.push_back(single("body_of_4_mb", {.target = "/big"}));
     scenarios.push_back(single("refused_port", {.target = ScriptedHttpHost::kRefusedPort}));
@@ -59,14 +64,15 @@ std::vector<Scenario> networkScenarios() {
     scenarios.push_back(single("session_settings", {.target = "/hang", .timeoutInterval = 0},
                                {.additionalHeaders = {{"X-Session", "a"}}, .timeoutIntervalForRequest = 0.5},
                                kSessionSettingsUnknown));
-    scenarios.push_back({"two_sessions_at_once",
-                         [](ScenarioRun& run) {
-                             ScriptedHttpHost host(run);
-                             host.play({{{.target = "/target?session=a"}, {.additionalHeaders = {{"X-Session", "a"}}}},
-                                        {{.target = "/target?session=b", .method = "POST", .body = BodyKind::data},
-                                         {.additionalHeaders = {{"X-Session", "b"}}}}});
-                         },
-                         kSessionSettingsUnknown});
+    scenarios.push_back(
+        {"two_sessions_at_once",
+         [](ScenarioRun& run) {
+             ScriptedHttpHost host(run);
+             host.play({{{.target = "/target?session=a"}, {.additionalHeaders = {{"X-Session", "a"}}}},
+                        {{.target = "/target?session=b", .method = "POST", .body = BodyKind::data},
+                         {.additionalHeaders = {{"X-Session", "b"}}}}});
+         },
+         kSessionSettingsUnknown});
     return scenarios;
 }
 

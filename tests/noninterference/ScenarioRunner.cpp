@@ -1,10 +1,10 @@
 #include "tests/noninterference/ScenarioRunner.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -91,7 +91,8 @@ std::string playWithCapture(const Scenario& scenario, ScenarioRun& run) {
     if (!check) check = [](const std::vector<qm::Event>& events) { return !events.empty(); };
     auto core = quillmere::SDK::currentCore();
     if (!core) return "failed: the library stopped during the scenario";
-    const bool settled = runMainLoopUntil([&] { return check(finishedEvents(ingest, *core)); }, kCaptureDeadline);
+    const bool settled =
+        runMainLoopUntil([&] { return check(finishedEvents(ingest, *core)); }, kCaptureDeadline);
     platform::dispatch_sync(core->queue(), [] {});
     core.reset();
     quillmere::SDK::shutdown();
@@ -123,7 +124,8 @@ int playScenarioFromEnvironment() {
     const Scenario* scenario = findScenario(std::getenv(kScenarioVariable));
     const char* transcriptPath = std::getenv(kTranscriptVariable);
     if (!scenario || !transcriptPath) return 2;
-    const bool captureOn = std::string_view(std::getenv(kCaptureVariable) ?: "") == "on";
+    const char* capture = std::getenv(kCaptureVariable);
+    const bool captureOn = capture && std::string_view(capture) == "on";
 
     Transcript transcript;
     ScenarioRun run(transcript);

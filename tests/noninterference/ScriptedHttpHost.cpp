@@ -28,8 +28,8 @@ using namespace platform;
 constexpr const char* kBody = "card=4111&next=/a b";
 constexpr std::size_t kBigBody = 4 * 1024 * 1024;
 // What the origin's record shows of each request, besides method, target and body.
-constexpr const char* kNamedFields[] = {"Accept", "Authorization", "Content-Length", "Content-Type",
-                                         "Transfer-Encoding", "X-Session"};
+constexpr const char* kNamedFields[] = {"Accept",       "Authorization",     "Content-Length",
+                                        "Content-Type", "Transfer-Encoding", "X-Session"};
 
 std::string digest(std::string_view bytes) {
     char hex[17];
@@ -81,7 +81,8 @@ public:
         const auto body = request->HTTPBody();
         note("redirect " + std::to_string(response ? response->statusCode() : 0) + " to " +
              request->HTTPMethod() + " " + relative_(request->URL()->absoluteString()) +
-             (body ? " with " + digest(body->view()) : "") + (request->HTTPBodyStream() ? " with a stream" : ""));
+             (body ? " with " + digest(body->view()) : "") +
+             (request->HTTPBodyStream() ? " with a stream" : ""));
         completion(task_.refuseRedirects ? nullptr : request);
     }
     void URLSession_task_didReceiveChallenge_completionHandler(
@@ -240,7 +241,8 @@ void ScriptedHttpHost::play(const std::vector<std::pair<HostTask, SessionSetting
     for (const auto& [task, settings] : tasks) {
         auto configuration = NSURLSessionConfiguration::defaultSessionConfiguration();
         if (!settings.additionalHeaders.empty())
-            configuration->setHTTPAdditionalHeaders(NSDictionary::dictionaryWithStrings(settings.additionalHeaders));
+            configuration->setHTTPAdditionalHeaders(
+                NSDictionary::dictionaryWithStrings(settings.additionalHeaders));
         if (settings.timeoutIntervalForRequest)
             configuration->setTimeoutIntervalForRequest(*settings.timeoutIntervalForRequest);
         auto delegate = std::make_shared<TranscribingDelegate>(
@@ -256,7 +258,8 @@ void ScriptedHttpHost::play(const std::vector<std::pair<HostTask, SessionSetting
         request->setValue("text/plain", "Accept");
         const auto content = NSData::dataWithString(kBody);
         if (task.body == BodyKind::data) request->setHTTPBody(content);
-        if (task.body == BodyKind::stream) request->setHTTPBodyStream(NSInputStream::inputStreamWithData(content));
+        if (task.body == BodyKind::stream)
+            request->setHTTPBodyStream(NSInputStream::inputStreamWithData(content));
         std::shared_ptr<NSURLSessionTask> made;
         if (task.upload) {
             made = session->uploadTaskWithRequest(request, content);
@@ -269,12 +272,14 @@ void ScriptedHttpHost::play(const std::vector<std::pair<HostTask, SessionSetting
     }
     for (const auto& task : started) task->resume();
     const bool ended = runMainLoopUntil(
-        [&] { return std::all_of(delegates.begin(), delegates.end(), [](const auto& d) { return d->done(); }); },
+        [&] {
+            return std::all_of(delegates.begin(), delegates.end(), [](const auto& d) { return d->done(); });
+        },
         std::chrono::seconds(30));
     for (std::size_t i = 0; i < tasks.size(); ++i) {
         const auto& task = tasks[i].first;
-        run_.transcript().add("task " + std::to_string(++tasksPlayed_) + ": " + task.method + " " + task.target +
-                              (task.body == BodyKind::data ? " with data" : "") +
+        run_.transcript().add("task " + std::to_string(++tasksPlayed_) + ": " + task.method + " " +
+                              task.target + (task.body == BodyKind::data ? " with data" : "") +
                               (task.body == BodyKind::stream ? " with a stream" : "") +
                               (task.upload ? " as an upload" : ""));
         for (auto& line : delegates[i]->lines()) run_.transcript().add(std::move(line));

@@ -439,11 +439,12 @@ TEST_F(NetworkCapture, SanitizersMayKeepTheirObjectsAndChangeThemAfterReturning)
         std::lock_guard lock(mutex);
         return keptRequest = request;
     }));
-    configuration_->setResponseSanitizer(std::make_shared<ResponseFn>([&](std::shared_ptr<Response> response) {
-        response->setBody(NSData::dataWithString("as returned"));
-        std::lock_guard lock(mutex);
-        return keptResponse = response;
-    }));
+    configuration_->setResponseSanitizer(
+        std::make_shared<ResponseFn>([&](std::shared_ptr<Response> response) {
+            response->setBody(NSData::dataWithString("as returned"));
+            std::lock_guard lock(mutex);
+            return keptResponse = response;
+        }));
     startCapture();
     auto core = SDK::currentCore();
     ASSERT_TRUE(core);
