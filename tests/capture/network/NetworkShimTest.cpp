@@ -7,7 +7,6 @@
 #include <map>
 #include <mutex>
 #include <optional>
-#include <ostream>
 #include <set>
 #include <string>
 #include <thread>
@@ -43,15 +42,7 @@ struct HostOutcome {
     std::vector<std::string> redirects;
     int challenges = 0;
     long errorCode = 0;
-    bool operator==(const HostOutcome&) const = default;
 };
-
-std::ostream& operator<<(std::ostream& out, const HostOutcome& o) {
-    out << "{status " << o.status << ", error " << o.errorCode << ", challenges " << o.challenges
-        << ", redirects " << o.redirects.size() << ", body \"" << o.body << "\", headers";
-    for (const auto& [name, value] : o.headers) out << " " << name << "=" << value;
-    return out << "}";
-}
 
 // How the host answers what its session asks.
 struct HostPolicy {
@@ -289,7 +280,7 @@ const Exchange kExchanges[] = {
     {"cancelled", "/slow", Body::none, "", Host::cancelTask, 0, "", ""},
 };
 
-TEST_F(NetworkCapture, HostSeesTheSameExchangesAndEachIsReportedAsAPair) {
+TEST_F(NetworkCapture, EachExchangeIsReportedAsOnePair) {
     const auto run = [&](const Exchange& exchange) {
         auto request = requestTo(url(exchange.path, exchange.tag));
         if (exchange.body != Body::none) {
@@ -310,25 +301,10 @@ TEST_F(NetworkCapture, HostSeesTheSameExchangesAndEachIsReportedAsAPair) {
         const bool cancel = exchange.host == Host::cancelTask;
         return fetch(request, policy, cancel ? &app_ : nullptr, app_.requestCount() + 1);
     };
-    std::vector<HostOutcome> without;
-    for (const auto& exchange : kExchanges) without.push_back(run(exchange));
-    const std::size_t sentWithout = app_.requestCount();
-
+    // What the host and the server see with capture on, next to without, is the comparison's
+    // (tests/noninterference); here, what capture reports of each exchange.
     startCapture();
-    for (std::size_t i = 0; i < std::size(kExchanges); ++i) EXPECT_EQ(run(kExchanges[i]), without[i]);
-    // The server got the same requests, bodies and framing included. A connection that dies
-    // unanswered may be retried, so they are compared by target.
-    std::map<std::string, HttpRequest> before, after;
-    const auto all = app_.requests();
-    for (std::size_t i = 0; i < all.size(); ++i)
-        (i < sentWithout ? before : after).emplace(all[i].target, all[i]);
-    ASSERT_EQ(before.size(), after.size());
-    for (const auto& [target, a] : before) {
-        ASSERT_TRUE(after.contains(target)) << target;
-        const auto& b = after.at(target);
-        EXPECT_EQ(std::tie(a.method, a.body, a.chunked), std::tie(b.method, b.body, b.chunked)) << target;
-        EXPECT_EQ(a.headers, b.headers) << target;
-    }
+    for (const auto& exchange : kExchanges) run(exchange);
     // The followed redirect's target is a request of its own, reported once.
     const std::size_t reported = std::size(kExchanges) + 1;
     stopCapture(reported, reported);
