@@ -404,6 +404,22 @@ TEST_F(NetworkCapture, SanitizersChangeOrDropWhatIsReportedButNeverTheTraffic) {
     EXPECT_EQ(events.requests[1].headers().at("X-Secret"), "s3cret");
 }
 
+TEST_F(NetworkCapture, ARedirectIsOnePairWhateverTheSanitizerDoesWithItsTarget) {
+    using RequestFn = FunctionSanitizer<RequestSanitizer, Request>;
+    configuration_->setRequestSanitizer(std::make_shared<RequestFn>([](std::shared_ptr<Request> request) {
+        return request->url()->find("/json") == std::string::npos ? request : nullptr;
+    }));
+    startCapture();
+    EXPECT_EQ(fetch(requestTo(url("/redirect", "dropped-target"))).status, 200);
+    stopCapture(1, 1);
+
+    const auto events = networkEvents(ingest_);
+    ASSERT_EQ(events.requests.size(), 1u);
+    ASSERT_EQ(events.responses.size(), 1u);
+    EXPECT_EQ(events.responses[0].reqid(), events.requests[0].reqid());
+    EXPECT_EQ(events.responses[0].status(), 302u);
+}
+
 TEST_F(NetworkCapture, SanitizersMayKeepTheirObjectsAndChangeThemAfterReturning) {
     using RequestFn = FunctionSanitizer<RequestSanitizer, Request>;
     using ResponseFn = FunctionSanitizer<ResponseSanitizer, Response>;
