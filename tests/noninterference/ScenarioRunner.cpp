@@ -197,6 +197,8 @@ RunResult playInFreshProcess(const Scenario& scenario, bool captureOn) {
         }
     }
     if (!log.empty()) result.note += "\nits output:\n" + log;
+    ::unlink(transcriptPath.c_str());
+    ::unlink(logPath.c_str());
     return result;
 }
 
