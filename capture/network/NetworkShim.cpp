@@ -94,15 +94,18 @@ void NetworkShim::reportRequest(const NSURLRequest& request,
             // a stream still, so it goes on the wire framed as it would have been.
             outgoing->setHTTPBodyStream(platform::NSInputStream::inputStreamWithData(captured->body()));
         }
+        const auto ownBody = captured->body();
         if (const auto sanitizer = core->configuration()->requestSanitizer()) {
             captured = sanitizer->sanitize(std::move(captured));
             if (!captured) return;
         }
         platform::NSURLProtocol::setProperty(platform::NSNumber::numberWithLongLong(reqID), kReqIDKey,
                                              outgoing);
-        // The body's text form is built on the core queue: this thread drives every transfer.
-        core->addEventBuiltLater(EventType::requestEvent,
-                                 [captured = std::move(captured)] { return makeRequestEvent(*captured); });
+        // The body's text form is built on the core queue: this thread drives every transfer. What
+        // goes there is a copy, as the sanitizer may have kept its object to change later.
+        core->addEventBuiltLater(EventType::requestEvent, [captured = captured->detachedCopy(ownBody)] {
+            return makeRequestEvent(*captured);
+        });
     } catch (...) {
         // The request goes out unreported.
     }
@@ -126,6 +129,9 @@ void NetworkShim::URLSession_dataTask_didReceiveResponse_completionHandler(
     const std::shared_ptr<platform::NSURLSession>&, const std::shared_ptr<platform::NSURLSessionDataTask>&,
     const std::shared_ptr<platform::NSURLResponse>& response,
     std::function<void(platform::NSURLSessionResponseDisposition)> completion) {
+    if (const auto client = this->client())
+        client->URLProtocol_didReceiveResponse_cacheStoragePolicy(this, response,
+                                                                  platform::NSURLCacheStorageAllowed);
     response_ = response;
     // A later response on the same task starts the body afresh.
     responseData_ = platform::NSMutableData::data();
@@ -137,15 +143,14 @@ void NetworkShim::URLSession_dataTask_didReceiveResponse_completionHandler(
     } catch (const std::exception&) {
         // Not reserved, the buffer grows as the body comes.
     }
-    if (const auto client = this->client())
-        client->URLProtocol_didReceiveResponse_cacheStoragePolicy(this, response,
-                                                                  platform::NSURLCacheStorageAllowed);
     completion(platform::NSURLSessionResponseAllow);
 }
 
 void NetworkShim::URLSession_dataTask_didReceiveData(const std::shared_ptr<platform::NSURLSession>&,
                                                      const std::shared_ptr<platform::NSURLSessionDataTask>&,
                                                      const std::shared_ptr<platform::NSData>& data) {
+    // The same piece, not a copy, and before capture spends any time on it.
+    if (const auto client = this->client()) client->URLProtocol_didLoadData(this, data);
     if (responseData_ && data) {
         try {
             responseData_->appendData(*data);
@@ -154,15 +159,14 @@ void NetworkShim::URLSession_dataTask_didReceiveData(const std::shared_ptr<platf
             responseData_.reset();
         }
     }
-    // The same piece, not a copy.
-    if (const auto client = this->client()) client->URLProtocol_didLoadData(this, data);
 }
 
 void NetworkShim::URLSession_task_didCompleteWithError(
     const std::shared_ptr<platform::NSURLSession>& session,
     const std::shared_ptr<platform::NSURLSessionTask>& task,
     const std::shared_ptr<platform::NSError>& error) {
-    if (task) reportResponse(*task, error);
+    const auto end = platform::NSDate::date();
+    // The host hears of the end first; the capture of the response waits for nobody.
     if (const auto client = this->client()) {
         if (error) {
             client->URLProtocol_didFailWithError(this, error);
@@ -170,13 +174,15 @@ void NetworkShim::URLSession_task_didCompleteWithError(
             client->URLProtocolDidFinishLoading(this);
         }
     }
+    if (task) reportResponse(*task, error, *end);
     // The session's one task is over: invalidated, it lets go of this shim, so nothing of a
     // finished request stays.
     if (session) session->finishTasksAndInvalidate();
 }
 
 void NetworkShim::reportResponse(const platform::NSURLSessionTask& task,
-                                 const std::shared_ptr<platform::NSError>& error) noexcept {
+                                 const std::shared_ptr<platform::NSError>& error,
+                                 const platform::NSDate& end) noexcept {
     try {
         const auto original = task.originalRequest();
         if (!original) return;
@@ -194,19 +200,24 @@ void NetworkShim::reportResponse(const platform::NSURLSessionTask& task,
         if (!error) {
             httpResponse = std::dynamic_pointer_cast<platform::NSHTTPURLResponse>(response_);
             body = responseData_;
+        } else if (redirectResponse_) {
+            // Stopped after it told of a redirect (the host followed it), or failed while the
+            // refused redirect's body came: either way this request's answer was the redirect.
+            httpResponse = redirectResponse_;
         }
+        const auto ownBody = body;
         auto captured = responseFrom(httpResponse, *original, std::move(body), number->longLongValue());
         if (!captured) return;
         if (const auto sanitizer = core->configuration()->responseSanitizer()) {
             captured = sanitizer->sanitize(std::move(captured));
             if (!captured) return;
         }
-        const double elapsed = platform::NSDate::date()->timeIntervalSinceDate(*start);
-        // The body's text form is built on the core queue, so the host hears of the end without
-        // waiting for it.
-        core->addEventBuiltLater(EventType::responseEvent, [captured = std::move(captured), elapsed] {
-            return makeResponseEvent(*captured, elapsed);
-        });
+        const double elapsed = end.timeIntervalSinceDate(*start);
+        // The body's text form is built on the core queue, from a copy the sanitizer can't reach.
+        core->addEventBuiltLater(EventType::responseEvent,
+                                 [captured = captured->detachedCopy(ownBody), elapsed] {
+                                     return makeResponseEvent(*captured, elapsed);
+                                 });
     } catch (...) {
         // The response goes unreported; the host still hears of the end.
     }
@@ -217,19 +228,22 @@ void NetworkShim::URLSession_task_willPerformHTTPRedirection_newRequest_completi
     const std::shared_ptr<platform::NSHTTPURLResponse>& response,
     const std::shared_ptr<NSURLRequest>& request,
     std::function<void(std::shared_ptr<NSURLRequest>)> completion) {
-    std::shared_ptr<NSURLRequest> next = request;
-    if (request && platform::NSURLProtocol::propertyForKey(kStartTimeKey, request)) {
-        // Unmarked, the new request counts as one of its own wherever it is offered next.
+    std::shared_ptr<NSURLRequest> next;
+    if (request) {
+        // Without either key the new request is a request of its own wherever it is taken next,
+        // reported under a number of its own.
         auto unmarked = request->mutableCopy();
         platform::NSURLProtocol::removePropertyForKey(kStartTimeKey, unmarked);
+        platform::NSURLProtocol::removePropertyForKey(kReqIDKey, unmarked);
         next = std::move(unmarked);
     }
+    redirectResponse_ = response;
     if (const auto client = this->client())
         client->URLProtocol_wasRedirectedToRequest_redirectResponse(this, next, response);
-    // This session follows too. The loading system, if the host follows, stops this shim (and with
-    // it the follow here) and loads the new request afresh; without the marker, both loads are
-    // offered to a shim and reported as requests of their own.
-    completion(next);
+    // The host decides, not this session, which never follows: a host that follows stops this shim
+    // and loads the new request once; for one that refuses, the redirect's own response and body
+    // come on here and go to it as they would have come without the library.
+    completion(nullptr);
 }
 
 void NetworkShim::URLSession_didReceiveChallenge_completionHandler(

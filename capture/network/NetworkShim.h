@@ -2,11 +2,13 @@
 // The URL protocol that stands in front of the platform's for the host's HTTP requests, exported
 // as QLMNetworkShim. For each request it takes, it sends a marked copy out through a session of
 // its own and passes everything that session delivers on to its client untouched: response, data,
-// redirects, challenges and the end. A redirect is passed on with the marker taken off, and
-// followed by the shim's session as well; a host that follows it stops this shim and loads the
-// new request afresh. On the way the shim reports a
-// qm.network.RequestEvent as the request starts and a qm.network.ResponseEvent as it ends, through
-// the running Core; with no Core running it reports nothing and still delivers.
+// redirects, challenges and the end. A redirect is passed on with the shim's keys taken off and
+// never followed by the shim's session: a host that follows it stops this shim and loads the new
+// request afresh; for one that refuses, the redirect's own response and body follow. On the way
+// the shim reports a qm.network.RequestEvent as the request starts and a
+// qm.network.ResponseEvent once the host has heard of the end (for a redirect, its 3xx), through
+// the running Core; with no Core running it reports nothing and still delivers. The host hears of
+// each response, piece of data and end before capture does any work on it.
 //
 // The marker (a start time under kStartTimeKey on the copy) makes the shim decline its own copies
 // when its session offers them to the protocol classes again.
@@ -17,7 +19,9 @@
 #include <mutex>
 
 #include "platform/foundation/NSData.h"
+#include "platform/foundation/NSDate.h"
 #include "platform/foundation/NSError.h"
+#include "platform/url/NSHTTPURLResponse.h"
 #include "platform/url/NSURLProtocol.h"
 #include "platform/url/NSURLResponse.h"
 #include "platform/url/NSURLSession.h"
@@ -77,14 +81,16 @@ private:
     void reportRequest(const platform::NSURLRequest& request,
                        const std::shared_ptr<platform::NSMutableURLRequest>& outgoing) noexcept;
     void reportResponse(const platform::NSURLSessionTask& task,
-                        const std::shared_ptr<platform::NSError>& error) noexcept;
+                        const std::shared_ptr<platform::NSError>& error,
+                        const platform::NSDate& end) noexcept;
 
     std::mutex sessionMutex_;
     std::shared_ptr<platform::NSURLSession> session_;  // guarded by sessionMutex_
 
     // Confined to the session's delegate queue, which runs one delegate call at a time.
-    std::shared_ptr<platform::NSURLResponse> response_;      // the last response received
-    std::shared_ptr<platform::NSMutableData> responseData_;  // its body so far
+    std::shared_ptr<platform::NSURLResponse> response_;              // the last response received
+    std::shared_ptr<platform::NSMutableData> responseData_;          // its body so far
+    std::shared_ptr<platform::NSHTTPURLResponse> redirectResponse_;  // the redirect told of, if any
 };
 
 }  // namespace quillmere

@@ -20,6 +20,15 @@ std::shared_ptr<Request> requestFrom(const platform::NSURLRequest& urlRequest, i
     return request;
 }
 
+std::shared_ptr<Request> Request::detachedCopy(const std::shared_ptr<platform::NSData>& ownBody) const {
+    auto copy = std::make_shared<Request>(ConstructionKey(), method_, reqID_);
+    copy->url_ = url_;
+    copy->headers_ = headers_;
+    copy->body_ =
+        body_ == ownBody || !body_ ? body_ : platform::NSData::dataWithBytes(body_->bytes(), body_->length());
+    return copy;
+}
+
 std::shared_ptr<platform::NSData> dataFromStream(platform::NSInputStream& stream) {
     auto data = platform::NSMutableData::data();
     std::array<uint8_t, 4096> buffer;

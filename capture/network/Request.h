@@ -4,7 +4,8 @@
 // and never the request that goes out.
 //
 // Threads: belongs to the operation that built it (the loader thread's startLoading) and has no
-// lock; a sanitizer that keeps one takes its sharing on itself.
+// lock. Capture reads it only there and hands a detached copy on, so a sanitizer may keep it and
+// change it later.
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -44,9 +45,15 @@ public:
     const std::optional<std::string>& url() const { return url_; }
     void setUrl(std::optional<std::string> url) { url_ = std::move(url); }
 
-    // For requestFrom only; the key can't be named elsewhere.
+    // For another thread, which may read it while a sanitizer that kept this object changes it:
+    // the fields copied, and the body's bytes too unless the body is `ownBody`, a buffer that
+    // only capture holds and nobody writes any more.
+    std::shared_ptr<Request> detachedCopy(const std::shared_ptr<platform::NSData>& ownBody) const;
+
+    // For requestFrom and copies only; the key can't be named elsewhere.
     class ConstructionKey {
         friend std::shared_ptr<Request> requestFrom(const platform::NSURLRequest&, int64_t);
+        friend class Request;
         ConstructionKey() = default;
     };
     Request(ConstructionKey, std::string method, int64_t reqID) : method_(std::move(method)), reqID_(reqID) {}

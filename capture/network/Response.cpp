@@ -43,4 +43,13 @@ std::optional<std::map<std::string, std::string>> stringHeadersFrom(
     return headers;
 }
 
+std::shared_ptr<Response> Response::detachedCopy(const std::shared_ptr<platform::NSData>& ownBody) const {
+    auto copy = std::make_shared<Response>(ConstructionKey(), method_, reqID_, status_);
+    copy->url_ = url_;
+    copy->headers_ = headers_;
+    copy->body_ =
+        body_ == ownBody || !body_ ? body_ : platform::NSData::dataWithBytes(body_->bytes(), body_->length());
+    return copy;
+}
+
 }  // namespace quillmere

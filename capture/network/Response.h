@@ -4,7 +4,8 @@
 // and never what the host receives.
 //
 // Threads: belongs to the operation that built it (a capturing session's delegate queue) and has
-// no lock; a sanitizer that keeps one takes its sharing on itself.
+// no lock. Capture reads it only there and hands a detached copy on, so a sanitizer may keep it
+// and change it later.
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -48,11 +49,17 @@ public:
     const std::optional<std::string>& url() const { return url_; }
     void setUrl(std::optional<std::string> url) { url_ = std::move(url); }
 
-    // For responseFrom only; the key can't be named elsewhere.
+    // For another thread, which may read it while a sanitizer that kept this object changes it:
+    // the fields copied, and the body's bytes too unless the body is `ownBody`, a buffer that
+    // only capture holds and nobody writes any more.
+    std::shared_ptr<Response> detachedCopy(const std::shared_ptr<platform::NSData>& ownBody) const;
+
+    // For responseFrom and copies only; the key can't be named elsewhere.
     class ConstructionKey {
         friend std::shared_ptr<Response> responseFrom(const std::shared_ptr<platform::NSHTTPURLResponse>&,
                                                       const platform::NSURLRequest&,
                                                       std::shared_ptr<platform::NSData>, int64_t);
+        friend class Response;
         ConstructionKey() = default;
     };
     Response(ConstructionKey, std::string method, int64_t reqID, uint32_t status)

@@ -1,5 +1,6 @@
 #include "platform/foundation/NSJSONSerialization.h"
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <exception>
@@ -144,6 +145,17 @@ bool isContainer(const id& object) {
 // Writes compact JSON text straight from the objects. Strings, which carry the bulk of what the
 // library writes (bodies and console output of any size), are copied run by run between the few
 // characters that need an escape. Keys come out in byte order and numbers as nlohmann writes them.
+// What escaping adds to each byte of a JSON string: none, one for the short escapes, five for
+// \u00XX; with or without escaping '/'.
+constexpr std::array<uint8_t, 256> extraLengths(bool escapeSlashes) {
+    std::array<uint8_t, 256> lengths{};
+    for (int c = 0; c < 0x20; ++c)
+        lengths[c] = (c == '\b' || c == '\f' || c == '\n' || c == '\r' || c == '\t') ? 1 : 5;
+    lengths['"'] = lengths['\\'] = 1;
+    if (escapeSlashes) lengths['/'] = 1;
+    return lengths;
+}
+
 class TextWriter {
 public:
     explicit TextWriter(bool escapeSlashes) : escapeSlashes_(escapeSlashes) {}
@@ -212,49 +224,60 @@ private:
             why = "Invalid string (not UTF-8) in JSON write";
             return false;
         }
-        static constexpr char kHex[] = "0123456789abcdef";
-        out_.reserve(out_.size() + text.size() + 2);
-        out_ += '"';
-        std::size_t from = 0;
-        for (std::size_t i = 0; i < text.size(); ++i) {
-            const auto c = static_cast<unsigned char>(text[i]);
-            if (c >= 0x20 && c != '"' && c != '\\' && !(c == '/' && escapeSlashes_)) continue;
-            out_.append(text, from, i - from);
-            from = i + 1;
+        // Sized once and written in place: a body of a megabyte full of quotes and slashes would
+        // otherwise take a call per escape.
+        std::size_t escaped = text.size() + 2;
+        for (const char ch : text) escaped += extraLength(static_cast<unsigned char>(ch));
+        const std::size_t at = out_.size();
+        out_.resize(at + escaped);
+        char* to = out_.data() + at;
+        *to++ = '"';
+        for (const char ch : text) {
+            const auto c = static_cast<unsigned char>(ch);
+            if (extraLength(c) == 0) {
+                *to++ = ch;
+                continue;
+            }
+            *to++ = '\\';
             switch (c) {
                 case '"':
-                    out_ += "\\\"";
-                    break;
                 case '\\':
-                    out_ += "\\\\";
-                    break;
                 case '/':
-                    out_ += "\\/";
+                    *to++ = ch;
                     break;
                 case '\b':
-                    out_ += "\\b";
+                    *to++ = 'b';
                     break;
                 case '\f':
-                    out_ += "\\f";
+                    *to++ = 'f';
                     break;
                 case '\n':
-                    out_ += "\\n";
+                    *to++ = 'n';
                     break;
                 case '\r':
-                    out_ += "\\r";
+                    *to++ = 'r';
                     break;
                 case '\t':
-                    out_ += "\\t";
+                    *to++ = 't';
                     break;
                 default:
-                    out_ += "\\u00";
-                    out_ += kHex[c >> 4];
-                    out_ += kHex[c & 0xF];
+                    static constexpr char kHex[] = "0123456789abcdef";
+                    *to++ = 'u';
+                    *to++ = '0';
+                    *to++ = '0';
+                    *to++ = kHex[c >> 4];
+                    *to++ = kHex[c & 0xF];
             }
         }
-        out_.append(text, from, std::string_view::npos);
-        out_ += '"';
+        *to = '"';
         return true;
+    }
+
+    // How many bytes the escaped form of `c` adds: none, one for the short escapes, five for \u00XX.
+    std::size_t extraLength(unsigned char c) const {
+        static constexpr auto kWithSlash = extraLengths(true);
+        static constexpr auto kWithoutSlash = extraLengths(false);
+        return (escapeSlashes_ ? kWithSlash : kWithoutSlash)[c];
     }
 
     bool writeNumber(const NSNumber& number, std::string& why) {

@@ -3,12 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <future>
 #include <map>
 #include <mutex>
 #include <optional>
-#include <ostream>
 #include <set>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -41,15 +42,7 @@ struct HostOutcome {
     std::vector<std::string> redirects;
     int challenges = 0;
     long errorCode = 0;
-    bool operator==(const HostOutcome&) const = default;
 };
-
-std::ostream& operator<<(std::ostream& out, const HostOutcome& o) {
-    out << "{status " << o.status << ", error " << o.errorCode << ", challenges " << o.challenges
-        << ", redirects " << o.redirects.size() << ", body \"" << o.body << "\", headers";
-    for (const auto& [name, value] : o.headers) out << " " << name << "=" << value;
-    return out << "}";
-}
 
 // How the host answers what its session asks.
 struct HostPolicy {
@@ -258,8 +251,8 @@ std::string arson(const Event& event) {
 enum class Body { none, data, stream };
 enum class Host { plain, credential, defaultHandling, cancelChallenge, cancelTask };
 
-// One exchange, and what its own pair of events says (status -1: not checked, as the first load of
-// a followed redirect is stopped while its own session follows too; arson "": no body).
+// One exchange, and what its own pair of events says (arson "": no body; nullptr: not checked, as
+// whether a followed redirect's body arrived before the host's follow stopped it is a race).
 struct Exchange {
     const char* tag;
     const char* path;
@@ -277,7 +270,7 @@ const Exchange kExchanges[] = {
      R"(["{\"k\":\"v\/w\"}"])"},
     {"post-stream", "/echo", Body::stream, "a/b", Host::plain, 201, R"(["a\/b"])", R"(["a\/b"])"},
     {"post-empty", "/echo", Body::data, "", Host::plain, 201, R"([""])", R"([""])"},
-    {"redirect", "/redirect", Body::none, "", Host::plain, -1, "", ""},
+    {"redirect", "/redirect", Body::none, "", Host::plain, 302, "", nullptr},
     {"not-found", "/missing", Body::none, "", Host::plain, 404, "", R"(["no such thing"])"},
     {"auth-credential", "/auth", Body::none, "", Host::credential, 200, "", R"(["hi"])"},
     {"auth-default", "/auth", Body::none, "", Host::defaultHandling, 401, "", R"(["who?"])"},
@@ -287,7 +280,7 @@ const Exchange kExchanges[] = {
     {"cancelled", "/slow", Body::none, "", Host::cancelTask, 0, "", ""},
 };
 
-TEST_F(NetworkCapture, HostSeesTheSameExchangesAndEachIsReportedAsAPair) {
+TEST_F(NetworkCapture, EachExchangeIsReportedAsOnePair) {
     const auto run = [&](const Exchange& exchange) {
         auto request = requestTo(url(exchange.path, exchange.tag));
         if (exchange.body != Body::none) {
@@ -308,32 +301,17 @@ TEST_F(NetworkCapture, HostSeesTheSameExchangesAndEachIsReportedAsAPair) {
         const bool cancel = exchange.host == Host::cancelTask;
         return fetch(request, policy, cancel ? &app_ : nullptr, app_.requestCount() + 1);
     };
-    std::vector<HostOutcome> without;
-    for (const auto& exchange : kExchanges) without.push_back(run(exchange));
-    const std::size_t sentWithout = app_.requestCount();
-
+    // What the host and the server see with capture on, next to without, is the comparison's
+    // (tests/noninterference); here, what capture reports of each exchange.
     startCapture();
-    for (std::size_t i = 0; i < std::size(kExchanges); ++i) EXPECT_EQ(run(kExchanges[i]), without[i]);
-    // The server got the same requests, bodies and framing included. A connection that dies
-    // unanswered may be retried, so they are compared by target.
-    std::map<std::string, HttpRequest> before, after;
-    const auto all = app_.requests();
-    for (std::size_t i = 0; i < all.size(); ++i)
-        (i < sentWithout ? before : after).emplace(all[i].target, all[i]);
-    ASSERT_EQ(before.size(), after.size());
-    for (const auto& [target, a] : before) {
-        ASSERT_TRUE(after.contains(target)) << target;
-        const auto& b = after.at(target);
-        EXPECT_EQ(std::tie(a.method, a.body, a.chunked), std::tie(b.method, b.body, b.chunked)) << target;
-        EXPECT_EQ(a.headers, b.headers) << target;
-    }
-    // The target of the followed redirect is reported at least once more: the host's own load of
-    // it, and the follow of the first load's session if it got that far before being stopped.
+    for (const auto& exchange : kExchanges) run(exchange);
+    // The followed redirect's target is a request of its own, reported once.
     const std::size_t reported = std::size(kExchanges) + 1;
     stopCapture(reported, reported);
 
     const auto events = networkEvents(ingest_);
-    ASSERT_GE(events.requests.size(), reported);
+    ASSERT_EQ(events.requests.size(), reported);
+    ASSERT_EQ(events.responses.size(), reported);
     std::set<std::string> ids;
     for (const auto& request : events.requests) {
         EXPECT_TRUE(request.reqid().starts_with("ios-")) << request.reqid();
@@ -348,18 +326,17 @@ TEST_F(NetworkCapture, HostSeesTheSameExchangesAndEachIsReportedAsAPair) {
         const auto* response = events.responseTo(request->reqid());
         ASSERT_TRUE(response);
         EXPECT_EQ(response->method(), request->method());
-        if (exchange.status < 0) continue;
         EXPECT_EQ(response->status(), static_cast<uint32_t>(exchange.status));
-        EXPECT_EQ(arson(*response), exchange.responseArson);
+        if (exchange.responseArson) {
+            EXPECT_EQ(arson(*response), exchange.responseArson);
+        }
         EXPECT_EQ(response->headers().empty(), exchange.status == 0);
     }
-    bool followedAnswered = false;
-    for (const auto& request : events.requests) {
-        if (request.url() != url("/json", "redirect")) continue;
-        const auto* response = events.responseTo(request.reqid());
-        followedAnswered |= response && response->status() == 200;
-    }
-    EXPECT_TRUE(followedAnswered);
+    const auto* followed = events.requestFor(url("/json", "redirect"));
+    ASSERT_TRUE(followed);
+    const auto* answer = events.responseTo(followed->reqid());
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->status(), 200u);
 }
 
 TEST_F(NetworkCapture, OwnUploadsMarkedRequestsAndRequestsWithoutHeadersAreDeliveredUnreported) {
@@ -425,6 +402,68 @@ TEST_F(NetworkCapture, SanitizersChangeOrDropWhatIsReportedButNeverTheTraffic) {
     EXPECT_TRUE(response->url().empty() && response->headers().empty() && !response->has_body());
     EXPECT_EQ(events.requests[1].url(), url("/echo", "drop-response"));
     EXPECT_EQ(events.requests[1].headers().at("X-Secret"), "s3cret");
+}
+
+TEST_F(NetworkCapture, ARedirectIsOnePairWhateverTheSanitizerDoesWithItsTarget) {
+    using RequestFn = FunctionSanitizer<RequestSanitizer, Request>;
+    configuration_->setRequestSanitizer(std::make_shared<RequestFn>([](std::shared_ptr<Request> request) {
+        return request->url()->find("/json") == std::string::npos ? request : nullptr;
+    }));
+    startCapture();
+    EXPECT_EQ(fetch(requestTo(url("/redirect", "dropped-target"))).status, 200);
+    stopCapture(1, 1);
+
+    const auto events = networkEvents(ingest_);
+    ASSERT_EQ(events.requests.size(), 1u);
+    ASSERT_EQ(events.responses.size(), 1u);
+    EXPECT_EQ(events.responses[0].reqid(), events.requests[0].reqid());
+    EXPECT_EQ(events.responses[0].status(), 302u);
+}
+
+TEST_F(NetworkCapture, SanitizersMayKeepTheirObjectsAndChangeThemAfterReturning) {
+    using RequestFn = FunctionSanitizer<RequestSanitizer, Request>;
+    using ResponseFn = FunctionSanitizer<ResponseSanitizer, Response>;
+    std::mutex mutex;
+    std::shared_ptr<Request> keptRequest;    // guarded by mutex
+    std::shared_ptr<Response> keptResponse;  // guarded by mutex
+    configuration_->setRequestSanitizer(std::make_shared<RequestFn>([&](std::shared_ptr<Request> request) {
+        request->setUrl("as returned");
+        std::lock_guard lock(mutex);
+        return keptRequest = request;
+    }));
+    configuration_->setResponseSanitizer(
+        std::make_shared<ResponseFn>([&](std::shared_ptr<Response> response) {
+            response->setBody(NSData::dataWithString("as returned"));
+            std::lock_guard lock(mutex);
+            return keptResponse = response;
+        }));
+    startCapture();
+    auto core = SDK::currentCore();
+    ASSERT_TRUE(core);
+    // The core queue waits, so the events are built only after the sanitizers changed their objects.
+    std::promise<void> release;
+    core->queue()->async([released = release.get_future().share()] { released.wait(); });
+    EXPECT_EQ(fetch(requestTo(url("/json", "kept"))).status, 200);
+    // Metadata, identify, then the request and response: both stamped, so both handed over.
+    ASSERT_TRUE(qlm_test::waitUntil([&] { return core->session()->seqID().value() >= 4; }));
+    std::thread([&] {
+        std::lock_guard lock(mutex);
+        keptRequest->setUrl("changed later");
+        keptRequest->setBody(NSData::dataWithString("changed later"));
+        keptResponse->setBody(NSData::dataWithString("changed later"));
+        keptResponse->setHeaders(std::nullopt);
+        release.set_value();
+    }).join();
+    core.reset();
+    stopCapture(1, 1);
+
+    const auto events = networkEvents(ingest_);
+    ASSERT_EQ(events.requests.size(), 1u);
+    ASSERT_EQ(events.responses.size(), 1u);
+    EXPECT_EQ(events.requests[0].url(), "as returned");
+    EXPECT_FALSE(events.requests[0].has_body());
+    EXPECT_EQ(arson(events.responses[0]), R"(["as returned"])");
+    EXPECT_EQ(events.responses[0].headers().count("X-Trace"), 1u);
 }
 
 std::vector<Class> protocolClasses(const std::shared_ptr<NSURLSessionConfiguration>& configuration =
