@@ -70,7 +70,8 @@ private:
 
     // On the uploader queue only.
     void send();
-    // The body of one POST; null, with the reason in `failure`, when it cannot be encoded.
+    // The body of one POST; null, with the reason in `failure`, when it cannot be encoded or there
+    // is no memory for it.
     static std::shared_ptr<platform::NSData> encode(const qm::EventList& list, std::string& failure);
     // Returns a batch that could not be sent to the front of the buffer.
     void putBack(qm::EventList& list);
