@@ -58,7 +58,8 @@ public:
     Core& operator=(const Core&) = delete;
 
     void start();
-    // Stops capture, makes the last send and clears SDK's slot if it holds this Core. Blocks on the
+    // Stops capture (touch recognizers leave their windows, on the main thread: at once when called
+    // there), makes the last send and clears SDK's slot if it holds this Core. Blocks on the
     // uploader queue until that send has been handed over.
     void shutdown();
 
