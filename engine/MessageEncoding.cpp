@@ -30,6 +30,17 @@ void zeroFloats(Message& m, const Reflection& r, const FieldDescriptor* f) {
     }
 }
 
+bool mayHoldFloats(const FieldDescriptor& field) {
+    switch (field.cpp_type()) {
+        case FieldDescriptor::CPPTYPE_DOUBLE:
+        case FieldDescriptor::CPPTYPE_FLOAT:
+        case FieldDescriptor::CPPTYPE_MESSAGE:
+            return true;
+        default:
+            return false;
+    }
+}
+
 }  // namespace
 
 void makeZerosPositive(Message& message) {
@@ -45,7 +56,9 @@ void makeZerosPositive(Message& message) {
                 zeroFloats(message, reflection, field);
                 break;
             case FieldDescriptor::CPPTYPE_MESSAGE:
-                // Map values too: a map's entries are messages to reflection.
+                // Map values too: a map's entries are messages to reflection. Maps whose values hold
+                // no float (headers, traits) are left alone, unsynced.
+                if (field->is_map() && !mayHoldFloats(*field->message_type()->map_value())) break;
                 if (field->is_repeated()) {
                     for (int j = 0; j < reflection.FieldSize(message, field); ++j)
                         makeZerosPositive(*reflection.MutableRepeatedMessage(&message, field, j));
