@@ -24,10 +24,8 @@ namespace {
 
 constexpr const char* kShortVersionKey = "CFBundleShortVersionString";
 
-// Whole milliseconds. Adding 0.0 turns a rounded -0.0 into +0.0, which, unlike -0.0, protobuf
-// leaves off the wire as the default it is.
 double wholeMilliseconds(double seconds) {
-    return std::round(seconds * 1000.0) + 0.0;
+    return std::round(seconds * 1000.0);
 }
 
 }  // namespace
@@ -100,6 +98,9 @@ void Core::shutdown() {
         const auto timer = viewScanner_->timer();
         if (!timer->isCancelled()) timer->cancel();
     }
+    // Whatever the flag says now: the host's recognizers, React Native's among them, are then as if
+    // the library had never run.
+    viewScanner_->detachTouchShims();
     reactNativeSwizzler_->deswizzle();
     // The pieces the drains passed on last are still being encoded: they join the last send.
     platform::dispatch_sync(queue_, [] {});
@@ -138,8 +139,11 @@ std::optional<qm::Event> Core::stampEvent(EventType type) {
 }
 
 void Core::finishEvent(const std::weak_ptr<Core>& weakCore, qm::Event& event,
-                       const google::protobuf::MessageLite& message) noexcept {
+                       google::protobuf::Message& message) noexcept {
     try {
+        // Every float of the wire passes here, the envelope's included.
+        makeZerosPositive(message);
+        makeZerosPositive(event);
         std::string failure;
         const auto size = encodableSize(message, failure);
         if (!size) {

@@ -5,7 +5,7 @@
 //
 // Threads: make, start, shutdown on the host's thread that drives SDK; addEvent,
 // shouldCaptureRequest, identify and sessionURL on any thread. The Uploader refers back weakly.
-#include <google/protobuf/message_lite.h>
+#include <google/protobuf/message.h>
 
 #include <cstdint>
 #include <exception>
@@ -58,7 +58,8 @@ public:
     Core& operator=(const Core&) = delete;
 
     void start();
-    // Stops capture, makes the last send and clears SDK's slot if it holds this Core. Blocks on the
+    // Stops capture (touch recognizers leave their windows, on the main thread: at once when called
+    // there), makes the last send and clears SDK's slot if it holds this Core. Blocks on the
     // uploader queue until that send has been handed over.
     void shutdown();
 
@@ -106,7 +107,7 @@ private:
     std::optional<qm::Event> stampEvent(EventType type);
     // The second half of addEvent, on the core queue.
     static void finishEvent(const std::weak_ptr<Core>& weakCore, qm::Event& event,
-                            const google::protobuf::MessageLite& message) noexcept;
+                            google::protobuf::Message& message) noexcept;
 
     AtomicInteger reqID_{0};
     AtomicInteger identifyCalls_{0};
@@ -133,7 +134,7 @@ void Core::addEvent(EventType type, Message message) {
 template <class Build>
 void Core::addEventBuiltLater(EventType type, Build build) {
     using Message = std::invoke_result_t<Build&>;
-    static_assert(std::is_base_of_v<google::protobuf::MessageLite, Message>, "addEvent takes wire messages");
+    static_assert(std::is_base_of_v<google::protobuf::Message, Message>, "addEvent takes wire messages");
     try {
         auto event = stampEvent(type);
         if (!event) return;

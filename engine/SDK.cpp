@@ -113,7 +113,17 @@ bool SDK::initialize(const std::shared_ptr<Configuration>& configuration) noexce
                 return false;
             }
             setCore(core);
-            core->start();
+            try {
+                core->start();
+            } catch (const std::exception&) {
+                // Undo what started, and leave the slot empty so that a later initialize may start.
+                try {
+                    core->shutdown();
+                } catch (const std::exception&) {
+                }
+                SDK::clearCore(*core);
+                throw;
+            }
         }
         // Outside the lock: held tasks may call back into the facade.
         s.initializationTaskQueue.flush(core);

@@ -163,11 +163,17 @@ bool Uploader::post(const qm::EventList& list, std::string& failure) {
 }
 
 std::shared_ptr<platform::NSData> Uploader::encode(const qm::EventList& list, std::string& failure) {
-    const auto size = encodableSize(list, failure);
-    if (!size) return nullptr;
-    std::vector<uint8_t> bytes(*size);
-    list.SerializeWithCachedSizesToArray(bytes.data());
-    return std::make_shared<platform::NSData>(std::move(bytes));
+    try {
+        const auto size = encodableSize(list, failure);
+        if (!size) return nullptr;
+        std::vector<uint8_t> bytes(*size);
+        list.SerializeWithCachedSizesToArray(bytes.data());
+        return std::make_shared<platform::NSData>(std::move(bytes));
+    } catch (const std::exception& e) {
+        // No memory for the body: a failure to encode like any, and the events stay.
+        failure = e.what();
+        return nullptr;
+    }
 }
 
 // Ahead of whatever was appended meanwhile, so the next send tries the same events in order.

@@ -82,7 +82,8 @@ private:
     // Hands one list to the URL session; false, with the reason in `failure`, when it cannot be
     // encoded.
     bool post(const qm::EventList& list, std::string& failure);
-    // The body of one POST; null, with the reason in `failure`, when it cannot be encoded.
+    // The body of one POST; null, with the reason in `failure`, when it cannot be encoded or there
+    // is no memory for it.
     static std::shared_ptr<platform::NSData> encode(const qm::EventList& list, std::string& failure);
     // Returns a batch that could not be sent to the front of the buffer.
     void putBack(qm::EventList& list);

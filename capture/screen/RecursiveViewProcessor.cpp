@@ -4,6 +4,7 @@
 #include <cmath>
 #include <string_view>
 
+#include "platform/foundation/NSString.h"
 #include "platform/objc/Runtime.h"
 #include "platform/uikit/UIGraphicsPDFRenderer.h"
 #include "platform/uikit/UITextField.h"
@@ -27,10 +28,23 @@ double depth(const platform::CALayer& layer) {
     return std::isnan(z) ? 0.0 : z;
 }
 
+std::set<std::string> precomposed(const std::set<std::string>& tags) {
+    std::set<std::string> result;
+    for (const auto& tag : tags) result.insert(platform::NSStringPrecomposedWithCanonicalMapping(tag));
+    return result;
+}
+
 }  // namespace
 
 RecursiveViewProcessor::RecursiveViewProcessor(std::set<std::string> redactionTags)
-    : redactionTags_(std::move(redactionTags)) {}
+    : redactionTags_(precomposed(redactionTags)) {}
+
+bool RecursiveViewProcessor::isRedactionTag(const std::string& identifier) const {
+    if (redactionTags_.empty()) return false;
+    // Most identifiers are already composed, and most hosts spell a tag as they set it.
+    if (redactionTags_.contains(identifier)) return true;
+    return redactionTags_.contains(platform::NSStringPrecomposedWithCanonicalMapping(identifier));
+}
 
 std::shared_ptr<platform::NSData> RecursiveViewProcessor::renderViews(
     const std::vector<std::shared_ptr<platform::UIView>>& views) const {
@@ -52,7 +66,7 @@ bool RecursiveViewProcessor::shouldDrawView(const std::shared_ptr<platform::UIVi
     const std::string_view className = platform::class_getName(view->objcClass());
     if (withoutModulePrefix(className).ends_with(kKeyboardHostSuffix)) return false;
     if (const auto& identifier = view->accessibilityIdentifier();
-        identifier && redactionTags_.contains(*identifier)) {
+        identifier && isRedactionTag(*identifier)) {
         return false;
     }
     // An empty secure field that isn't being edited shows only its placeholder, which is safe.

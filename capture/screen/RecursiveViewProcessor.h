@@ -19,7 +19,8 @@ namespace quillmere {
 
 class RecursiveViewProcessor final : public ViewProcessor {
 public:
-    // Tags are compared whole and case-sensitively.
+    // Tags are compared whole and case-sensitively, canonically equivalent texts counting as equal:
+    // the tags are normalised here, once.
     explicit RecursiveViewProcessor(std::set<std::string> redactionTags);
     // The layer renderer refers back to this object.
     RecursiveViewProcessor(const RecursiveViewProcessor&) = delete;
@@ -36,9 +37,12 @@ public:
     // with no view behind them are passed over with everything below them.
     void drawSublayers(const platform::CALayer& layer, const platform::CGContextRef& context) const;
 
+    // In Normalization Form C.
     const std::set<std::string>& redactionTags() const { return redactionTags_; }
 
 private:
+    bool isRedactionTag(const std::string& identifier) const;
+
     const std::set<std::string> redactionTags_;
     const LayerRenderer renderer_{*this};
 };

@@ -1,6 +1,5 @@
 #include "capture/screen/RootViewScanner.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <exception>
 #include <utility>
@@ -103,20 +102,31 @@ void RootViewScanner::scanWindows(PendingCapture& capture) {
         if (!view) continue;
         rootViews.push_back(std::move(view));
 
-        if (registerTouchHandlers_ && !trackedWindows_->containsObject(window)) {
-            // A shim left by an earlier run of the library is adopted rather than joined by a
-            // second, which would report every touch twice.
-            const auto& recognizers = window->gestureRecognizers();
-            if (std::none_of(recognizers.begin(), recognizers.end(),
-                             [](const auto& recognizer) { return TouchShim::isExactly(recognizer.get()); })) {
-                // On the window itself, not its root view, so touches anywhere in it are seen.
-                window->addGestureRecognizer(TouchShim::make());
-            }
+        if (registerTouchHandlers_ && !shimsDetached_ && !trackedWindows_->containsObject(window)) {
+            // On the window itself, not its root view, so touches anywhere in it are seen.
+            auto shim = TouchShim::make();
+            window->addGestureRecognizer(shim);
+            attachedShims_.push_back(shim);
             trackedWindows_->addObject(window);
         }
     }
     // Kept unread: reading the bytes is what makes the document, and that waits for the timer's thread.
     capture.page = viewProcessor_->renderViews(rootViews);
+}
+
+void RootViewScanner::detachTouchShims() {
+    if (!platform::NSThread::isMainThread()) {
+        platform::DispatchQueue::main()->async([self = shared_from_this()] { self->detachTouchShims(); });
+        return;
+    }
+    shimsDetached_ = true;
+    for (const auto& weak : attachedShims_) {
+        const auto shim = weak.lock();
+        if (!shim) continue;
+        if (const auto view = shim->view()) view->removeGestureRecognizer(shim);
+    }
+    attachedShims_.clear();
+    trackedWindows_->removeAllObjects();
 }
 
 void RootViewScanner::armOnce(platform::DispatchSourceTimer& source) const {

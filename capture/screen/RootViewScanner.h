@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "capture/screen/ViewProcessor.h"
 #include "engine/Configuration.h"
@@ -28,6 +29,7 @@
 namespace quillmere {
 
 class Core;
+class TouchShim;
 
 class RootViewScanner : public std::enable_shared_from_this<RootViewScanner> {
 public:
@@ -69,6 +71,12 @@ public:
     // Main thread only. The windows that already carry a touch recognizer, held weakly.
     const platform::NSHashTable<platform::UIWindow>& trackedWindows() const { return *trackedWindows_; }
 
+    // Takes every touch recognizer this scanner attached off its window and forgets the windows;
+    // no capture attaches one afterwards. On the main thread at once; from any other thread later,
+    // on the main queue, since waiting for the main thread could wait for a host thread that waits
+    // for this one.
+    void detachTouchShims();
+
 private:
     RootViewScanner(std::shared_ptr<Core> eventAdder, const Configuration& configuration);
 
@@ -81,6 +89,9 @@ private:
     const bool registerTouchHandlers_;
     const std::unique_ptr<const ViewProcessor> viewProcessor_;
     const std::shared_ptr<platform::NSHashTable<platform::UIWindow>> trackedWindows_;  // main thread only
+    // Main thread only. The shims attached, held weakly: each belongs to its window.
+    std::vector<std::weak_ptr<TouchShim>> attachedShims_;
+    bool shimsDetached_ = false;  // main thread only
 
     std::mutex timerMutex_;
     std::shared_ptr<platform::DispatchSourceTimer> timer_;  // guarded by timerMutex_; made lazily

@@ -13,10 +13,9 @@
 // milliseconds. Each message goes to SDK's current Core when it is built; with none it is dropped,
 // and the bookkeeping goes on all the same.
 //
-// Exported to the runtime as QLMTouchShim. A window owns its shim; the library keeps no reference
-// once it has added one, and doesn't remove it at shutdown. A later start finds the shim on the
-// window and adopts it instead of adding a second (see RootViewScanner), so each touch is reported
-// once. Main thread only, where the platform delivers touches.
+// Exported to the runtime as QLMTouchShim. A window owns its shim; the scanner that added it keeps
+// it only weakly, and takes it off the window at shutdown (see RootViewScanner), so a later start
+// adds a new one. Main thread only, where the platform delivers touches.
 #include <cstddef>
 #include <memory>
 #include <vector>

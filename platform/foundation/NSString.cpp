@@ -1,8 +1,11 @@
 #include "platform/foundation/NSString.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
+
+#include <utf8proc.h>
 
 #include "platform/foundation/NSData.h"
 
@@ -122,6 +125,16 @@ std::string NSStringByRepairingUTF8(std::string_view text) {
         }
     }
     return out;
+}
+
+std::string NSStringPrecomposedWithCanonicalMapping(std::string_view utf8) {
+    utf8proc_uint8_t* composed = nullptr;
+    const utf8proc_ssize_t length =
+        utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(utf8.data()), static_cast<utf8proc_ssize_t>(utf8.size()),
+                     &composed, static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
+    if (length < 0) return std::string(utf8);  // not UTF-8, or no memory for the result
+    const std::unique_ptr<utf8proc_uint8_t, decltype(&std::free)> owned(composed, &std::free);
+    return std::string(reinterpret_cast<const char*>(owned.get()), static_cast<std::size_t>(length));
 }
 
 }  // namespace platform

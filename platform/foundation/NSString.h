@@ -43,6 +43,10 @@ bool NSStringIsValidUTF8(std::string_view bytes);
 // doesn't begin a valid sequence becomes U+FFFD. Valid text comes back unchanged.
 std::string NSStringByRepairingUTF8(std::string_view bytes);
 bool NSStringIsValidASCII(std::string_view bytes);
+// precomposedStringWithCanonicalMapping: the text in Unicode Normalization Form C, so that
+// canonically equivalent strings come out byte for byte the same. Bytes that aren't valid UTF-8
+// (which no NSString holds) come back unchanged.
+std::string NSStringPrecomposedWithCanonicalMapping(std::string_view utf8);
 
 inline std::shared_ptr<NSString> NSStr(std::string utf8) { return std::make_shared<NSString>(std::move(utf8)); }
 

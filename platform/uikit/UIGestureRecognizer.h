@@ -8,8 +8,17 @@
 //   Possible -> Recognized (= Ended)                          (discrete)
 //   Possible -> Failed
 //
-// Once every touch of a recognizer that has ended, been cancelled or failed has lifted, it goes back
-// to Possible and `reset` runs. Targets get their action on Began, Changed, Ended and Cancelled.
+// When every touch of a recognizer has lifted, one still Possible fails (unless it waits for more
+// touches, as a tap counting taps does); then each that has ended, been cancelled or failed goes
+// back to Possible and `reset` runs. Targets get their action on Began, Changed, Ended and
+// Cancelled.
+//
+// Held touches: with delaysTouchesBegan the view gets no touchesBegan while the recognizer is
+// Possible; if it recognizes, those touches are discarded, if it fails, delivered late. With
+// delaysTouchesEnded (the default) the view's touchesEnded waits the same way; if the recognizer
+// recognizes, the view gets touchesCancelled instead. Failure requirements, by delegate or by
+// subclass, are asked at each attempt to recognize of every recognizer in the gesture, whether or
+// not they share a touch. A recognizer removed from its view leaves the gesture under way.
 //
 // Delegates answer through the runtime: a delegate implements an optional method of
 // UIGestureRecognizerDelegate by having a method under its selector in its class (see the names

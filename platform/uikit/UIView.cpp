@@ -4,6 +4,7 @@
 
 #include "platform/uikit/UIGraphics.h"
 #include "platform/uikit/UIWindow.h"
+#include "platform/uikit/detail/GestureEnvironment.h"
 
 namespace platform {
 
@@ -136,6 +137,7 @@ void UIView::removeGestureRecognizer(const std::shared_ptr<UIGestureRecognizer>&
     if (it == recognizers_.end()) return;
     recognizers_.erase(it);
     recognizer->view_.reset();
+    detail::GestureEnvironment::shared().recognizerRemoved(*recognizer);
 }
 
 std::shared_ptr<UIView> UIView::hitTest(CGPoint point, UIEvent* event) {

@@ -7,9 +7,13 @@
 #include <thread>
 
 #include "capture/log/LogHandler.h"
+#include "engine/MessageEncoding.h"
 #include "platform/uikit/UIDevice.h"
 #include "tests/engine/EngineTestSupport.h"
+#include "wire/qm.pb.h"
 #include "wire/qm_core.pb.h"
+#include "wire/qm_ios.pb.h"
+#include "wire/qm_network.pb.h"
 
 using namespace quillmere;
 using qlm_test::IngestServer;
@@ -100,6 +104,60 @@ TEST(SessionURL, IsEmptyUntilRelayedThenNamesAppRecordingSessionAndTime) {
     ASSERT_TRUE(std::regex_match(time, std::regex("[0-9]+(\\.[0-9]+)?"))) << time;
     EXPECT_GE(std::stod(time), before);
     EXPECT_LE(std::stod(time), after);
+}
+
+// -0.0 is the default on the wire, and is left off as +0.0 is: in every float and double, at any
+// depth, in lists and in map values.
+TEST(WireZeros, NegativeZerosAreWrittenAsTheDefault) {
+    constexpr double z = -0.0;
+    qm::ios::TouchEvent touch;
+    touch.set_x(static_cast<float>(z));
+    touch.set_y(static_cast<float>(z));
+    touch.set_eventtime(z);
+    auto* move = touch.add_moves();
+    move->set_x(static_cast<float>(z));
+    move->set_eventtime(z);
+    qm::network::ResponseEvent response;
+    response.set_duration(z);
+    qm::Buffer buffer;
+    (*buffer.mutable_hrefmaxscroll())["/"] = static_cast<float>(z);
+    qm::CustomEvent custom;
+    (*custom.mutable_eventproperties())["p"].add_doubleval(z);
+    qm::Metadata metadata;
+    metadata.set_latitude(static_cast<float>(z));
+    qm::Event event;
+    event.set_time(z);
+    event.set_timeoffset(z);
+    event.set_type("t");
+
+    struct Case {
+        const char* name;
+        google::protobuf::Message* message;
+        std::string bytes;  // hex of the encoding once -0.0 is +0.0
+    };
+    const std::vector<Case> cases = {
+        {"touch and its moves", &touch, "2200"},
+        {"response duration", &response, ""},
+#if !defined(__SANITIZE_THREAD__)
+        // Maps through reflection don't survive ThreadSanitizer's build of protobuf's headers
+        // against the uninstrumented library; no map the library builds holds a float.
+        {"map value, which a map entry always writes", &buffer, "22080a012f1500000000"},
+        {"map of messages with a list", &custom, "120f0a0170120a12080000000000000000"},
+#endif
+        {"metadata", &metadata, ""},
+        {"envelope", &event, "120174"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        quillmere::makeZerosPositive(*c.message);
+        std::string hex;
+        for (unsigned char byte : c.message->SerializeAsString()) {
+            static const char* digits = "0123456789abcdef";
+            hex += digits[byte >> 4];
+            hex += digits[byte & 15];
+        }
+        EXPECT_EQ(hex, c.bytes);
+    }
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include "engine/SDK.h"
 #include "tests/engine/EngineTestSupport.h"
+#include "tests/support/AllocationFaults.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/LogCapture.h"
 #include "wire/qm_core.pb.h"
@@ -124,6 +125,41 @@ TEST(SDKFacade, RacingInitializeStartsExactlyOnce) {
               static_cast<std::size_t>(kThreads - 1));
     shutDownAndSettle();
     EXPECT_EQ(server.events().size(), 2u) << "one session: one metadata and one identify";
+}
+
+// A start that fails part way, for want of memory at one allocation or another of its last ones
+// (those of Core's start), leaves no Core in the slot, so the next initialize starts.
+void aFailedStartLeavesTheSlotEmpty() {
+    using qlm_test::AllocationFaults;
+    qlm_test::LogCapture log;  // each refusal says why
+    IngestServer server;
+    const auto configuration = qlm_test::configurationFor(server);
+    ASSERT_TRUE(SDK::initialize(configuration));  // warmed up: lazily made statics are there now
+    SDK::shutdown();
+    AllocationFaults::counted = 0;
+    AllocationFaults::counting = true;
+    const bool counted = SDK::initialize(configuration);
+    AllocationFaults::counting = false;
+    ASSERT_TRUE(counted);
+    SDK::shutdown();
+    const std::size_t total = AllocationFaults::counted;
+    int refused = 0;
+    for (std::size_t nth = total; nth > 0 && nth + 60 > total; --nth) {
+        AllocationFaults::failNth = nth;
+        const bool started = SDK::initialize(configuration);
+        AllocationFaults::failNth = 0;
+        if (!started) {
+            ++refused;
+            EXPECT_EQ(SDK::currentCore(), nullptr) << "allocation " << nth << " of " << total;
+            ASSERT_TRUE(SDK::initialize(configuration)) << "allocation " << nth << " of " << total;
+        }
+        SDK::shutdown();
+    }
+    EXPECT_GT(refused, 0);
+}
+
+TEST(SDKFacade, AFailedStartLeavesTheSlotEmptyForTheNextInitialize) {
+    qlm_test::inChildProcess(aFailedStartLeavesTheSlotEmpty);
 }
 
 class InitializeWithoutAnIngestURL : public ::testing::TestWithParam<std::pair<const char*, const char*>> {};

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <thread>
 
+#include "tests/support/AllocationFaults.h"
 #include "tests/support/LogCapture.h"
 #include "tests/upload/UploadTestSupport.h"
 
@@ -53,6 +54,28 @@ TEST_F(UploaderTest, TheTimerSendsEachIntervalAndStopSendsTheRestThenLeavesItCan
     *last.add_events() = qlm_test::numberedEvent(2);
     *last.add_events() = qlm_test::numberedEvent(3);
     EXPECT_EQ(requests[2].body, last.SerializeAsString()) << "the body is the encoded list, nothing more";
+}
+
+TEST_F(UploaderTest, ABatchWithNoMemoryForItsBodyStaysForTheNextSend) {
+    IngestServer server;
+    auto uploader = makeUploader(server);
+    ASSERT_TRUE(uploader);
+    auto large = qlm_test::numberedEvent(0);
+    large.set_data(std::string(std::size_t{2} << 20, 'p'));
+    uploader->append(large);
+    uploader->append(qlm_test::numberedEvent(1));
+    {
+        qlm_test::LogCapture log;
+        qlm_test::AllocationFaults::failFromSize = std::size_t{1} << 20;  // the body's buffer
+        uploader->stop();
+        qlm_test::AllocationFaults::failFromSize = 0;
+        EXPECT_EQ(log.count("Quillmere: Unexpected upload error: std::bad_alloc."), 1u);
+    }
+    EXPECT_EQ(uploader->eventBufferCount(), 2u);
+    uploader->stop();  // the next send
+    qlm_test::stopAndSettle(uploader, false);
+    expectSentOnceInOrder(server, 2);
+    EXPECT_EQ(server.requests().size(), 1u);
 }
 
 TEST_F(UploaderTest, EventsAppendedWhileSendsRunAreNeitherLostNorSentTwice) {

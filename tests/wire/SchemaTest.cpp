@@ -6,7 +6,6 @@
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/descriptor.pb.h>
 
-#include <set>
 #include <string>
 
 #include "wire/qm.pb.h"
@@ -25,35 +24,6 @@ std::string hex(const std::string& bytes) {
         out += digits[c & 15];
     }
     return out;
-}
-
-void collect(const google::protobuf::Descriptor* d, std::set<std::string>& messages, std::set<std::string>& enums) {
-    if (d->options().map_entry()) return;
-    messages.insert(d->full_name());
-    for (int i = 0; i < d->enum_type_count(); ++i) enums.insert(d->enum_type(i)->full_name());
-    for (int i = 0; i < d->nested_type_count(); ++i) collect(d->nested_type(i), messages, enums);
-}
-
-TEST(SchemaTest, HasEveryMessageAndEnumerationInItsPackage) {
-    std::set<std::string> messages, enums;
-    for (const auto* file : {qm::Event::descriptor()->file(), qm::core::LogEvent::descriptor()->file(),
-                             qm::ios::TouchEvent::descriptor()->file(),
-                             qm::network::RequestEvent::descriptor()->file(), qm::utils::Value::descriptor()->file()}) {
-        EXPECT_EQ(file->syntax(), google::protobuf::FileDescriptor::SYNTAX_PROTO3) << file->name();
-        for (int i = 0; i < file->message_type_count(); ++i) collect(file->message_type(i), messages, enums);
-        for (int i = 0; i < file->enum_type_count(); ++i) enums.insert(file->enum_type(i)->full_name());
-    }
-    EXPECT_EQ(messages.size(), 29u);
-    EXPECT_EQ(enums.size(), 8u);
-    for (const char* name : {"qm.EventList", "qm.Event.StackFrame", "qm.Activate", "qm.Metadata.OutsideIntegrations",
-                             "qm.InitialPageLoadMetrics", "qm.CustomEvent.EventPropertyVariant",
-                             "qm.Activity.Transaction", "qm.ExcludedUser", "qm.Buffer", "qm.DebugLog",
-                             "qm.core.OldException", "qm.network.PerfResourceEvent",
-                             "qm.network.NetworkStatusEvent", "qm.ios.TouchEvent.Move"}) {
-        EXPECT_TRUE(messages.count(name)) << name;
-    }
-    EXPECT_TRUE(enums.count("qm.network.MethodType"));
-    EXPECT_TRUE(enums.count("qm.core.OldException.ExceptionType"));
 }
 
 TEST(SchemaTest, JsonNamesAreTheFieldNamesUnchanged) {

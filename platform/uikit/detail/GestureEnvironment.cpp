@@ -357,6 +357,7 @@ void GestureEnvironment::tryRecognize(const Recognizer& r, State target) {
         }
     }
     if (r->cancelsTouchesInView_) cancelViewTouches(*r);
+    settleHeldOnRecognition(*r);
     sendActions(*r);
     resolvePending();
     releaseHeld();
@@ -389,8 +390,8 @@ bool GestureEnvironment::requiresFailure(UIGestureRecognizer& waiting, UIGesture
     for (const auto& weak : waiting.requiredToFail_) {
         if (weak.lock().get() == &other) return true;
     }
-    // The dynamic requirements hold between recognizers that share a touch.
-    if (!sharesTouch(waiting, other)) return false;
+    // Asked of every recognizer in the gesture, touches shared or not: a requirement may join
+    // recognizers across view hierarchies.
     if (waiting.shouldRequireFailureOfGestureRecognizer(&other)) return true;
     if (other.shouldBeRequiredToFailByGestureRecognizer(&waiting)) return true;
     if (askDelegate<UIGestureRecognizer*, UIGestureRecognizer*>(waiting, selectors().shouldRequireFailure,
@@ -436,6 +437,21 @@ void GestureEnvironment::cancelViewTouches(const UIGestureRecognizer& recognizer
     batch.deliver(nullptr);
 }
 
+void GestureEnvironment::settleHeldOnRecognition(const UIGestureRecognizer& recognizer) {
+    using Delivery = UITouch::ViewDelivery;
+    ViewBatch batch;
+    for (const auto& touch : recognizer.touches_) {
+        if (recognizer.delaysTouchesBegan_ && touch->viewDelivery_ == Delivery::heldBegan) {
+            touch->viewDelivery_ = Delivery::done;  // discarded: the view never sees the touch
+        } else if (recognizer.delaysTouchesEnded_ && touch->viewDelivery_ == Delivery::heldEnded) {
+            touch->viewDelivery_ = Delivery::done;
+            if (const auto view = touch->view_.lock()) batch.add(view, 3, touch);
+        }
+    }
+    std::erase_if(held_, [](const auto& entry) { return entry.first->viewDelivery_ == Delivery::done; });
+    batch.deliver(nullptr);
+}
+
 void GestureEnvironment::releaseHeld() {
     using Delivery = UITouch::ViewDelivery;
     // One touch at a time, each with the event it was held from.
@@ -466,20 +482,25 @@ void GestureEnvironment::releaseHeld() {
 }
 
 void GestureEnvironment::settle() {
+    const auto touchesGone = [](const Recognizer& r) {
+        return std::none_of(r->touches_.begin(), r->touches_.end(), [](const auto& t) { return isLive(*t); });
+    };
+    // A recognizer still Possible when its touches have gone, and waiting for no more, fails; that
+    // may release recognizers that wait for it, so the pass runs until nothing changes.
+    for (bool failed = true; failed;) {
+        failed = false;
+        const std::vector<Recognizer> others = active_;
+        for (const auto& r : others) {
+            if (r->pending_ || r->state_ != State::UIGestureRecognizerStatePossible || r->awaitsFurtherTouches() ||
+                !touchesGone(r))
+                continue;
+            fail(r);
+            failed = true;
+        }
+    }
     const std::vector<Recognizer> others = active_;
     for (const auto& r : others) {
-        if (r->pending_) continue;
-        if (std::any_of(r->touches_.begin(), r->touches_.end(), [](const auto& t) { return isLive(*t); }))
-            continue;
-        if (isTerminal(r->state_)) {
-            resetRecognizer(r);
-        } else if (r->state_ == State::UIGestureRecognizerStatePossible && !r->awaitsFurtherTouches()) {
-            // Its touches are gone and it waits for nothing: out of the gesture, without a reset,
-            // as it never left Possible.
-            r->touches_.clear();
-            r->inGesture_ = false;
-            std::erase(active_, r);
-        }
+        if (!r->pending_ && isTerminal(r->state_) && touchesGone(r)) resetRecognizer(r);
     }
     releaseHeld();
 }
@@ -503,6 +524,26 @@ void GestureEnvironment::sendActions(UIGestureRecognizer& recognizer) {
 
 void GestureEnvironment::ignoreTouch(UIGestureRecognizer& recognizer, const UITouch& touch) {
     std::erase_if(recognizer.touches_, [&](const auto& t) { return t.get() == &touch; });
+    releaseHeld();
+}
+
+void GestureEnvironment::recognizerRemoved(UIGestureRecognizer& recognizer) {
+    if (!recognizer.inGesture_) return;
+    const auto shared = std::static_pointer_cast<UIGestureRecognizer>(recognizer.weak_from_this().lock());
+    if (!shared) return;
+    for (const auto& touch : shared->touches_) {
+        std::erase_if(touch->recognizers_, [&](const auto& weak) { return weak.lock() == shared; });
+    }
+    // It leaves the gesture as one that ended without recognizing, releasing any that wait for it.
+    const State s = shared->state_;
+    if (s == State::UIGestureRecognizerStateBegan || s == State::UIGestureRecognizerStateChanged) {
+        shared->state_ = State::UIGestureRecognizerStateCancelled;
+        sendActions(*shared);
+        resolvePending();
+    } else if (s == State::UIGestureRecognizerStatePossible) {
+        fail(shared);
+    }
+    resetRecognizer(shared);
     releaseHeld();
 }
 

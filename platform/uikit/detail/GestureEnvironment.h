@@ -28,6 +28,8 @@ public:
     void requestState(UIGestureRecognizer& recognizer, UIGestureRecognizerState state);
     void ignoreTouch(UIGestureRecognizer& recognizer, const UITouch& touch);
     void recognizerDisabled(UIGestureRecognizer& recognizer);
+    // Taken off its view: out of the gesture under way, reset.
+    void recognizerRemoved(UIGestureRecognizer& recognizer);
 
 private:
     using Recognizer = std::shared_ptr<UIGestureRecognizer>;
@@ -42,6 +44,7 @@ private:
     void fail(const Recognizer& recognizer);
     void resolvePending();
     void cancelViewTouches(const UIGestureRecognizer& recognizer);
+    void settleHeldOnRecognition(const UIGestureRecognizer& recognizer);
     void releaseHeld();
     void settle();
     void resetRecognizer(const Recognizer& recognizer);

@@ -26,7 +26,8 @@ class PinField : public UITextField {
     PLATFORM_OBJC_CLASS_NAMED(PinField, UITextField, "HostApp.PinField")
 };
 
-const std::set<std::string> kTags = {"secret-card", ""};
+// "café" composed, "noël" decomposed (e and U+0308), and a plain tag that a ligature only resembles.
+const std::set<std::string> kTags = {"secret-card", "", "caf\xC3\xA9", "noe\xCC\x88l", "file"};
 const CGRect kCard = CGRectMake(10, 10, 300, 100);
 
 // A View holding a label with the marker (whose identifier is no tag); `prepare` dresses the View.
@@ -93,6 +94,15 @@ INSTANTIATE_TEST_SUITE_P(
                       card([](UIView& v) { v.setAccessibilityIdentifier("secret-card"); }), false},
         RedactionCase{"TagInAnotherCase",
                       card([](UIView& v) { v.setAccessibilityIdentifier("Secret-Card"); }), true},
+        // Canonically equivalent spellings are equal; compatibility equivalents are not.
+        RedactionCase{"TagSpelledDecomposed",
+                      card([](UIView& v) { v.setAccessibilityIdentifier("cafe\xCC\x81"); }), false},
+        RedactionCase{"TagSpelledComposed",
+                      card([](UIView& v) { v.setAccessibilityIdentifier("no\xC3\xABl"); }), false},
+        RedactionCase{"LigatureIsNoTag", card([](UIView& v) { v.setAccessibilityIdentifier("\xEF\xAC\x81le"); }),
+                      true},
+        RedactionCase{"IdentifierNotUTF8", card([](UIView& v) { v.setAccessibilityIdentifier("caf\xE9"); }),
+                      true},
         // The tags include the empty string, which an absent identifier must not match.
         RedactionCase{"NoIdentifier", card(), true},
         RedactionCase{"EmptyIdentifierTagged", card([](UIView& v) { v.setAccessibilityIdentifier(""); }),

@@ -120,9 +120,17 @@ protected:
         recorder->observe(*r);
         recorders.push_back(recorder);
         on->addGestureRecognizer(r);
+        added.emplace_back(r, on);
         return r;
     }
 
+    // A recognizer still waiting (for a second tap) leaves the gesture as it leaves its view, so
+    // nothing of one test waits into the next.
+    void TearDown() override {
+        for (const auto& [r, on] : added) on->removeGestureRecognizer(r);
+    }
+
+    std::vector<std::pair<std::shared_ptr<UIGestureRecognizer>, std::shared_ptr<UIView>>> added;
     std::shared_ptr<Trace> trace = std::make_shared<Trace>();
     std::shared_ptr<UIWindow> window;
     std::shared_ptr<TracingView> view;
@@ -292,6 +300,79 @@ TEST_F(GestureTest, ExplicitFailureRequirementAndTheDelegatesVetoes) {
     EXPECT_EQ(touch->gestureRecognizers(), (std::vector<std::shared_ptr<UIGestureRecognizer>>{tap}));
     screen.touchUp(touch);
     EXPECT_EQ(*trace, (Trace{"v began 50,50", "v ended 50,50"}));
+}
+
+// What Apple's UIGestureRecognizer documentation says of the state machine and of held touches,
+// case by case.
+
+// Looks at touches and never decides, as a recognizer that only observes does; counts its resets.
+class Bystander : public UIGestureRecognizer {
+public:
+    void reset() override { ++resets; }
+    int resets = 0;
+};
+
+TEST_F(GestureTest, ARecognizerStillPossibleWhenItsTouchesEndFailsAndIsReset) {
+    const auto bystander = recognizer<Bystander>("bystander", window);
+    const auto tap = recognizer<UITapGestureRecognizer>("tap", view);
+    tap->requireGestureRecognizerToFail(bystander);
+    tap->setCancelsTouchesInView(false);
+    tap->setDelaysTouchesEnded(false);
+    // The bystander's failure as the finger lifts is what lets the tap, waiting for it, recognize,
+    // and the view's end, which the bystander held (delaysTouchesEnded), follow.
+    screen.tap({100, 100});
+    EXPECT_EQ(*trace, (Trace{"v began 100,100", "tap ended", "v ended 100,100"}));
+    EXPECT_EQ(bystander->state(), UIGestureRecognizerState::UIGestureRecognizerStatePossible);
+    EXPECT_EQ(bystander->resets, 1);
+    trace->clear();
+    screen.tap({100, 100});
+    EXPECT_EQ(trace->size(), 3u);
+    EXPECT_EQ(bystander->resets, 2);
+}
+
+TEST_F(GestureTest, TouchesHeldByDelaysTouchesBeganAreDiscardedWhenTheRecognizerRecognizes) {
+    const auto pan = recognizer<UIPanGestureRecognizer>("pan", view);
+    pan->setDelaysTouchesBegan(true);
+    pan->setCancelsTouchesInView(false);  // not what keeps them from the view
+    screen.drag({100, 100}, {100, 150}, 2);
+    EXPECT_EQ(*trace, (Trace{"pan began", "pan changed", "pan ended"}));
+}
+
+TEST_F(GestureTest, DelaysTouchesEndedHoldsTheEndWhileTheRecognizerAnalyses) {
+    const auto doubleTap = recognizer<UITapGestureRecognizer>("double", view);
+    doubleTap->setNumberOfTapsRequired(2);
+    doubleTap->setCancelsTouchesInView(false);
+    // Held, and cancelled when the double tap recognizes.
+    screen.tap({100, 100});
+    EXPECT_EQ(*trace, (Trace{"v began 100,100"}));
+    screen.tap({100, 100});
+    EXPECT_EQ(*trace, (Trace{"v began 100,100", "v began 100,100", "v cancelled 100,100", "double ended",
+                             "v ended 100,100"}));
+    // Off: the view's touch ends at once, while the recognizer still waits for a second tap.
+    trace->clear();
+    doubleTap->setDelaysTouchesEnded(false);
+    screen.tap({100, 100});
+    EXPECT_EQ(*trace, (Trace{"v began 100,100", "v ended 100,100"}));
+}
+
+TEST_F(GestureTest, FailureRequirementsAreAskedOfRecognizersThatShareNoTouch) {
+    const auto left = UIView::make(CGRectMake(0, 0, 100, 100));
+    const auto right = UIView::make(CGRectMake(200, 0, 100, 100));
+    view->addSubview(left);
+    view->addSubview(right);
+    const auto tap = recognizer<UITapGestureRecognizer>("tap", left);
+    recognizer<UIPanGestureRecognizer>("pan", right);
+    const auto delegate = std::make_shared<WaitingDelegate>();
+    WaitingDelegate::requireFailureMethod();
+    tap->setDelegate(delegate);  // waits for every other recognizer to fail
+
+    const auto a = screen.newTouch(), b = screen.newTouch();
+    screen.send({{a, UITouchPhase::UITouchPhaseBegan, {50, 50}}});
+    screen.send({{b, UITouchPhase::UITouchPhaseBegan, {250, 50}}});
+    screen.send({{a, UITouchPhase::UITouchPhaseEnded, {50, 50}}});
+    EXPECT_FALSE(traceHas(*trace, "tap ended"));  // the pan on the other finger may still begin
+    screen.send({{b, UITouchPhase::UITouchPhaseEnded, {250, 50}}});
+    EXPECT_TRUE(traceHas(*trace, "tap ended"));  // it failed as its finger lifted
 }
 
 }  // namespace
