@@ -10,13 +10,14 @@
 #include <set>
 #include <string>
 
-#include "engine/RequestSanitizer.h"
-#include "engine/ResponseSanitizer.h"
+#include "QuillmereExport.h"
+#include "RequestSanitizer.h"
+#include "ResponseSanitizer.h"
 #include "platform/foundation/NSObject.h"
 
 namespace quillmere {
 
-class Configuration : public platform::NSObject {
+class QLM_EXPORT Configuration : public platform::NSObject {
     PLATFORM_OBJC_CLASS_NAMED(Configuration, platform::NSObject, "QLMConfiguration")
 public:
     static constexpr const char* kDefaultServerURL = "https://ingest.quillmere.dev/i";

@@ -11,6 +11,7 @@
 #include "engine/BundleInfo.h"
 #include "engine/MessageEncoding.h"
 #include "engine/SDK.h"
+#include "engine/TaskQueue.h"
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSDate.h"
 #include "platform/foundation/NSLog.h"

@@ -3,13 +3,14 @@
 // the thread where a captured request starts; the host owns the object and keeps it thread-safe.
 #include <memory>
 
+#include "QuillmereExport.h"
 #include "platform/objc/Runtime.h"
 
 namespace quillmere {
 
 class Request;
 
-class RequestSanitizer {
+class QLM_EXPORT RequestSanitizer {
 public:
     virtual ~RequestSanitizer() = default;
 

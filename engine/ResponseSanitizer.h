@@ -3,13 +3,14 @@
 // the thread where a captured request completes; the host owns the object and keeps it thread-safe.
 #include <memory>
 
+#include "QuillmereExport.h"
 #include "platform/objc/Runtime.h"
 
 namespace quillmere {
 
 class Response;
 
-class ResponseSanitizer {
+class QLM_EXPORT ResponseSanitizer {
 public:
     virtual ~ResponseSanitizer() = default;
 

@@ -14,6 +14,7 @@
 #include "engine/RequestSanitizer.h"
 #include "engine/ResponseSanitizer.h"
 #include "engine/Session.h"
+#include "engine/TaskQueue.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/foundation/NSString.h"
 #include "upload/Uploader.h"

@@ -13,16 +13,18 @@
 #include <string>
 #include <vector>
 
-#include "engine/Configuration.h"
-#include "engine/TaskQueue.h"
+// Public headers name each other as siblings: installed, they sit side by side in quillmere/.
+#include "Configuration.h"
+#include "QuillmereExport.h"
 #include "platform/foundation/NSObject.h"
 #include "platform/foundation/NSString.h"
 
 namespace quillmere {
 
 class Core;
+class TaskQueue;
 
-class SDK final : public platform::NSObject {
+class QLM_EXPORT SDK final : public platform::NSObject {
     PLATFORM_OBJC_CLASS_NAMED(SDK, platform::NSObject, "QLMSDK")
 public:
     // The completion of the exported getSessionURL: selector, as a block taking an NSString.

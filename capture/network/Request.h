@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 
+#include "QuillmereExport.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSObject.h"
 #include "platform/url/NSInputStream.h"
@@ -29,7 +30,7 @@ std::shared_ptr<Request> requestFrom(const platform::NSURLRequest& urlRequest, i
 // Never null: an empty or failing stream gives what was read, possibly nothing.
 std::shared_ptr<platform::NSData> dataFromStream(platform::NSInputStream& stream);
 
-class Request final : public platform::NSObject {
+class QLM_EXPORT Request final : public platform::NSObject {
     PLATFORM_OBJC_CLASS_NAMED(Request, platform::NSObject, "QLMRequest")
 public:
     using Headers = std::map<std::string, std::string>;

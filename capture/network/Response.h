@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 
+#include "QuillmereExport.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSDictionary.h"
 #include "platform/foundation/NSObject.h"
@@ -32,7 +33,7 @@ std::shared_ptr<Response> responseFrom(const std::shared_ptr<platform::NSHTTPURL
 std::optional<std::map<std::string, std::string>> stringHeadersFrom(
     const std::shared_ptr<platform::NSDictionary>& fields);
 
-class Response final : public platform::NSObject {
+class QLM_EXPORT Response final : public platform::NSObject {
     PLATFORM_OBJC_CLASS_NAMED(Response, platform::NSObject, "QLMResponse")
 public:
     using Headers = std::map<std::string, std::string>;

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "engine/SDK.h"
+#include "engine/TaskQueue.h"
 #include "tests/engine/EngineTestSupport.h"
 #include "tests/support/AllocationFaults.h"
 #include "tests/support/ChildProcess.h"
