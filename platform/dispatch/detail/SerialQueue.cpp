@@ -19,7 +19,16 @@ void SerialQueue::async(Block block) {
         post = !drainPosted_;
         drainPosted_ = true;
     }
-    if (post) scheduleDrain();
+    if (!post) return;
+    try {
+        scheduleDrain();
+    } catch (...) {
+        // No drain could be posted (no memory): the blocks wait for the next async, which posts
+        // one, instead of the queue standing still for good.
+        std::lock_guard lock(mutex_);
+        drainPosted_ = false;
+        throw;
+    }
 }
 
 void SerialQueue::sync(Block block) {

@@ -1,7 +1,6 @@
 #include "platform/dispatch/detail/WorkerPool.h"
 
 #include <chrono>
-#include <system_error>
 #include <thread>
 
 namespace platform::detail {
@@ -33,8 +32,9 @@ void WorkerPool::submit(std::function<void()> work) {
     if (!spawn) return;
     try {
         std::thread([this] { workerMain(); }).detach();
-    } catch (const std::system_error&) {
-        // Out of threads: the existing workers will get to the block.
+    } catch (...) {
+        // Out of threads or of memory for one: the existing workers, or the next submission's,
+        // will get to the block.
         std::lock_guard lock(mutex_);
         --workers_;
         --idle_;
