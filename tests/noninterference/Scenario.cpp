@@ -1,5 +1,9 @@
 #include "tests/noninterference/Scenario.h"
 
+#include <chrono>
+
+#include "tests/support/Wait.h"
+
 namespace qlm_test {
 namespace {
 
@@ -13,6 +17,23 @@ std::vector<Scenario>& registry() {
 void ScenarioRun::runEndSteps() {
     for (const auto& step : endSteps_) step();
     endSteps_.clear();
+}
+
+void ScenarioRun::awaitCapture(const CaptureCheck& ready) {
+    if (!library_.await) {
+        // A little more than the screen scanner's interval.
+        runMainLoopUntil([] { return false; }, std::chrono::milliseconds(1200));
+        return;
+    }
+    if (!library_.await(ready) && failure_.empty()) failure_ = "capture never got where the scenario waited for it";
+}
+
+void ScenarioRun::startLibrary() {
+    if (library_.start) library_.start();
+}
+
+void ScenarioRun::shutdownLibrary() {
+    if (library_.shutdown) library_.shutdown();
 }
 
 bool addScenarios(std::vector<Scenario> scenarios) {

@@ -40,10 +40,32 @@ public:
     void atEnd(std::function<void()> step) { endSteps_.push_back(std::move(step)); }
     void runEndSteps();
 
+    // Runs the main run loop until capture has done what the scenario needs before it goes on
+    // (a screen capture, a touch recognizer on a window): with capture on until `ready` holds for
+    // the events finished so far, or for some state of the app, with a deadline that fails the
+    // run; with capture off for as long as a screen capture takes to come, so both runs wait.
+    void awaitCapture(const CaptureCheck& ready);
+    // For a scenario that starts the library itself (Scenario::startsLibrary): initialize and
+    // shutdown as a host calls them, with capture on; nothing with capture off.
+    void startLibrary();
+    void shutdownLibrary();
+
+    // Set by the runner for a capture-on run.
+    struct Library {
+        std::function<void()> start;
+        std::function<void()> shutdown;
+        std::function<bool(const CaptureCheck&)> await;  // false when the deadline passed
+    };
+    void setLibrary(Library library) { library_ = std::move(library); }
+    // Why the run failed while it played; empty if it didn't.
+    const std::string& failure() const { return failure_; }
+
 private:
     Transcript& transcript_;
     CaptureCheck captureCheck_;
     std::vector<std::function<void()>> endSteps_;
+    Library library_;
+    std::string failure_;
 };
 
 struct Scenario {
@@ -52,6 +74,9 @@ struct Scenario {
     // Empty: capture must change nothing. Otherwise why it does, as the README's "Known limits"
     // say; the runner then requires the transcripts to differ, so the mark can't outlive its cause.
     std::string knownDifference;
+    // The scenario calls ScenarioRun::startLibrary (and may shut it down and start it again) instead
+    // of the runner starting it first; it must leave it running.
+    bool startsLibrary = false;
 };
 
 // Enters scenarios; gives true, for use in a static initializer.

@@ -85,12 +85,27 @@ std::string playWithCapture(const Scenario& scenario, ScenarioRun& run) {
     Ingest ingest;
     auto configuration = std::make_shared<quillmere::Configuration>("noninterference");
     configuration->setServerURL(ingest.serverURL());
-    if (!quillmere::SDK::initialize(configuration)) return "failed: the library did not start";
+    bool started = false;
+    run.setLibrary({.start = [&] { started = quillmere::SDK::initialize(configuration) || started; },
+                    .shutdown = [] { quillmere::SDK::shutdown(); },
+                    .await = [&](const ScenarioRun::CaptureCheck& ready) {
+                        return runMainLoopUntil(
+                            [&] {
+                                const auto core = quillmere::SDK::currentCore();
+                                return ready(core ? finishedEvents(ingest, *core) : ingest.events());
+                            },
+                            kCaptureDeadline);
+                    }});
+    if (!scenario.startsLibrary) {
+        run.startLibrary();
+        if (!started) return "failed: the library did not start";
+    }
     scenario.play(run);
+    if (!run.failure().empty()) return "failed: " + run.failure();
     auto check = run.captureCheck();
     if (!check) check = [](const std::vector<qm::Event>& events) { return !events.empty(); };
     auto core = quillmere::SDK::currentCore();
-    if (!core) return "failed: the library stopped during the scenario";
+    if (!core) return "failed: the library was not running when the scenario ended";
     const bool settled =
         runMainLoopUntil([&] { return check(finishedEvents(ingest, *core)); }, kCaptureDeadline);
     platform::dispatch_sync(core->queue(), [] {});

@@ -6,6 +6,7 @@
 
 #include "platform/uikit/TouchScreen.h"
 #include "platform/uikit/UILabel.h"
+#include "platform/uikit/UILongPressGestureRecognizer.h"
 #include "platform/uikit/UIPanGestureRecognizer.h"
 #include "platform/uikit/UIScrollView.h"
 #include "platform/uikit/UITapGestureRecognizer.h"
@@ -180,6 +181,45 @@ TEST_F(GestureTest, PanBeginsAfterSomeMovementChangesAndEndsWithItsTranslation) 
     screen.touchMove(second, {130, 100});
     screen.touchCancel(second);
     EXPECT_EQ(trace->back(), "pan cancelled");
+}
+
+// Held for minimumPressDuration (on the main queue's clock), within allowableMovement until then:
+// it begins, changes with any movement after that, and ends as the finger lifts. Lifting or
+// straying early fails it, and the view keeps the touch.
+TEST_F(GestureTest, LongPressBeginsAfterItsDurationAndFailsWhenLiftedOrMovedEarly) {
+    const auto press = recognizer<UILongPressGestureRecognizer>("press", view);
+    EXPECT_DOUBLE_EQ(press->minimumPressDuration(), 0.5);
+    EXPECT_DOUBLE_EQ(press->allowableMovement(), 10);
+    press->setMinimumPressDuration(0.05);
+    auto touch = screen.touchDown({100, 100});
+    screen.touchMove(touch, {108, 100});  // still within the allowance
+    ASSERT_TRUE(runMainLoopUntil(
+        [&] { return press->state() == UIGestureRecognizerState::UIGestureRecognizerStateBegan; },
+        std::chrono::milliseconds(2000)));
+    screen.touchMove(touch, {200, 100});
+    screen.touchUp(touch);
+    EXPECT_EQ(*trace, (Trace{"v began 100,100", "v moved 108,100", "v cancelled 108,100", "press began",
+                             "press changed", "press ended"}));
+
+    struct Case {
+        const char* name;
+        std::function<void(const std::shared_ptr<UITouch>&)> early;
+    };
+    const Case cases[] = {
+        {"lifted", [&](const auto& t) { screen.touchUp(t); }},
+        {"strayed", [&](const auto& t) { screen.touchMove(t, {100, 115}); }},
+        {"a second finger", [&](const auto&) { screen.touchDown({300, 300}); }},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        trace->clear();
+        touch = screen.touchDown({100, 100});
+        c.early(touch);
+        runMainLoopUntil([] { return false; }, std::chrono::milliseconds(150));
+        EXPECT_FALSE(traceHas(*trace, "press began"));
+        for (const auto& t : std::vector(screen.touchesDown())) screen.touchUp(t);
+        EXPECT_FALSE(traceHas(*trace, "v cancelled 100,100"));
+    }
 }
 
 TEST_F(GestureTest, DelaysHoldTheViewsCallbacksUntilTheRecognizerFails) {
