@@ -31,7 +31,7 @@ std::string usageText() {
            "  --dashboard-url URL      address relayed to the library (default http://HOST:PORT)\n"
            "  --ready-file PATH        once listening, write the base URL to PATH\n"
            "  --max-connections N      connections served at once (default 32)\n"
-           "  --max-per-client N       connections from one client address at once; 0: no cap (default 8)\n"
+           "  --max-per-client N       connections from one client address at once; 0: no cap (default 16)\n"
            "  --threads N              threads that serve requests (default 4)\n"
            "  --max-body-mib N         largest upload in MiB (default 64)\n"
            "  --read-timeout-ms N      time a request head may take, and a body beyond its rate (default 10000)\n"

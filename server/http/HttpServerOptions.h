@@ -16,7 +16,7 @@ struct HttpServerOptions {
     std::size_t maxConnections = 32;
     // Connections one client address may hold at once; more are answered 503 and closed. Behind a
     // load balancer every connection comes from its address, so raise this there (0: no cap).
-    std::size_t maxConnectionsPerClient = 8;
+    std::size_t maxConnectionsPerClient = 16;
     std::size_t maxHeaderBytes = 64 * 1024;
     std::size_t maxBodyBytes = 64 * 1024 * 1024;  // screen captures are whole PDFs
     // A request head must be complete this long after its first byte; a body gets this long plus

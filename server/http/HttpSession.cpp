@@ -6,6 +6,7 @@
 #include <boost/beast/http/error.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/write.hpp>
+#include <cctype>
 #include <exception>
 
 #include "server/http/HttpServer.h"
@@ -58,7 +59,7 @@ HttpRequest toRequest(http::request<http::string_body>&& message) {
 }  // namespace
 
 HttpSession::HttpSession(HttpServer& server, net::ip::tcp::socket socket)
-    : server_(server), stream_(std::move(socket)) {}
+    : server_(server), stream_(std::move(socket)), timer_(stream_.get_executor()) {}
 
 HttpSession::~HttpSession() {
     if (counted_) server_.closed(this, address_);
@@ -92,7 +93,7 @@ void HttpSession::waitForRequest(std::chrono::milliseconds idle) {
     if (stopped_ || server_.stopping()) return close();
     if (buffer_.size() > 0) return readHead();
     // Until its first byte a request is only awaited; its head's deadline starts with that byte.
-    stream_.expires_after(idle);
+    arm(idle);
     stream_.async_read_some(buffer_.prepare(16 * 1024),
                             [self = shared_from_this()](error_code error, std::size_t got) {
                                 self->buffer_.commit(got);
@@ -106,14 +107,15 @@ void HttpSession::readHead() {
     parser_.emplace();
     parser_->header_limit(static_cast<std::uint32_t>(options.maxHeaderBytes));
     parser_->body_limit(options.maxBodyBytes);
-    stream_.expires_after(options.readTimeout);
+    arm(options.readTimeout);
     http::async_read_header(stream_, buffer_, *parser_,
                             [self = shared_from_this()](error_code error, std::size_t) { self->onHead(error); });
 }
 
 void HttpSession::onHead(error_code error) {
+    if (timedOut_) return refuse(408, "the request head did not arrive in time");
     if (error == http::error::end_of_stream || error == net::error::operation_aborted || stopped_) return close();
-    if (error == boost::beast::error::timeout) return refuse(408, "the request head did not arrive in time");
+    if (error == http::error::bad_version && namesAnotherVersion()) return refuse(505, "only HTTP/1.0 and 1.1 are served");
     if (error == http::error::header_limit) return refuse(431, "the request head is too large");
     if (error == http::error::body_limit) return refuse(413, "the request body is too large");
     if (error) return refuse(400, "malformed request: " + error.message());
@@ -135,7 +137,7 @@ void HttpSession::onHead(error_code error) {
     const HttpServerOptions& options = server_.options_;
     const std::uint64_t length = parser_->content_length().value_or(0);
     const auto allowance = std::chrono::milliseconds(length * 1000 / std::max<std::size_t>(1, options.minBodyBytesPerSecond));
-    stream_.expires_after(options.readTimeout + allowance);
+    arm(options.readTimeout + allowance);
     const auto readBody = [self = shared_from_this()] {
         http::async_read(self->stream_, self->buffer_, *self->parser_,
                          [self](error_code error, std::size_t) { self->onBody(error); });
@@ -147,8 +149,18 @@ void HttpSession::onHead(error_code error) {
     });
 }
 
+bool HttpSession::namesAnotherVersion() const {
+    // The parser stops at the request line without consuming it.
+    const std::string_view received(static_cast<const char*>(buffer_.data().data()), buffer_.size());
+    const std::string_view line = received.substr(0, received.find("\r\n"));
+    const auto space = line.rfind(' ');
+    const std::string_view version = space == std::string_view::npos ? "" : line.substr(space + 1);
+    return version.size() == 8 && version.starts_with("HTTP/") && std::isdigit(static_cast<unsigned char>(version[5])) &&
+           version[6] == '.' && std::isdigit(static_cast<unsigned char>(version[7]));
+}
+
 void HttpSession::onBody(error_code error) {
-    if (error == boost::beast::error::timeout) return refuse(408, "the request body arrived too slowly");
+    if (timedOut_) return refuse(408, "the request body arrived too slowly");
     if (error == http::error::body_limit) return refuse(413, "the request body is too large");
     if (error || stopped_) return close();
 
@@ -176,7 +188,7 @@ void HttpSession::prepareReply(HttpResponse response, bool keepAlive, bool omitB
     reply_->set(http::field::connection, keepAlive ? "keep-alive" : "close");
     reply_->set(http::field::server, "quillmere-ingest");
     if (!omitBody) reply_->body() = std::move(response.body);
-    stream_.expires_after(server_.options_.writeTimeout);
+    arm(server_.options_.writeTimeout);
 }
 
 void HttpSession::respond(HttpResponse response, bool keepAlive, bool omitBody) {
@@ -201,7 +213,7 @@ void HttpSession::refuse(int status, std::string message) {
         if (error) return self->close();
         error_code ignored;
         self->stream_.socket().shutdown(net::ip::tcp::socket::shutdown_send, ignored);
-        self->stream_.expires_after(kDrainTime);
+        self->arm(kDrainTime);
         self->drain();
     });
 }
@@ -216,7 +228,19 @@ void HttpSession::drain() {
     });
 }
 
+void HttpSession::arm(std::chrono::steady_clock::duration timeout) {
+    timedOut_ = false;
+    timer_.expires_after(timeout);
+    timer_.async_wait([self = shared_from_this()](error_code error) {
+        if (error) return;  // re-armed or cancelled
+        self->timedOut_ = true;
+        error_code ignored;
+        self->stream_.socket().cancel(ignored);
+    });
+}
+
 void HttpSession::close() {
+    timer_.cancel();
     error_code ignored;
     stream_.socket().shutdown(net::ip::tcp::socket::shutdown_both, ignored);
     stream_.close();

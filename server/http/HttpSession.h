@@ -6,6 +6,7 @@
 // files that include it.
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http/message.hpp>
@@ -45,6 +46,8 @@ private:
     void readHead();
     void onHead(boost::beast::error_code error);
     void onBody(boost::beast::error_code error);
+    // After a bad version: whether the request line names one ("HTTP/2.0"), which is answered 505.
+    bool namesAnotherVersion() const;
     // Puts the reply into reply_ with the server's own fields, and starts the write deadline.
     void prepareReply(HttpResponse response, bool keepAlive, bool omitBody);
     void respond(HttpResponse response, bool keepAlive, bool omitBody);
@@ -54,9 +57,13 @@ private:
     void refuse(int status, std::string message);
     void drain();
     void close();
+    // Our own deadlines, not the stream's: a stream that times out closes its socket, and a 408
+    // could no longer be sent. Expiry cancels the pending operation and sets timedOut_.
+    void arm(std::chrono::steady_clock::duration timeout);
 
     HttpServer& server_;
     boost::beast::tcp_stream stream_;  // used on the strand only, like every member below
+    boost::asio::steady_timer timer_;
     boost::beast::flat_buffer buffer_;
     std::optional<Parser> parser_;
     std::optional<Reply> reply_;
@@ -66,6 +73,7 @@ private:
     bool counted_ = false;  // opened() accepted it, so closed() must be told
     bool handling_ = false;  // between a complete request and its reply written
     bool stopped_ = false;   // stopReading() came
+    bool timedOut_ = false;  // the armed deadline passed
 };
 
 }  // namespace qlm::ingest

