@@ -1,5 +1,6 @@
 // Both stores against the same cases, and several servers on one PostgreSQL database. The
-// PostgreSQL cases run a real server (tests/support/PostgresServer) and skip where it is missing.
+// PostgreSQL cases run on the real server that the ctest run shares (tests/support/PostgresServer)
+// and skip where it is missing.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -41,6 +42,11 @@ struct Backend {
     std::string name;
     std::function<std::string()> location;  // a new empty store; empty when the backend is missing
 };
+
+// Names the case in test listings, rather than the struct's bytes.
+void PrintTo(const Backend& backend, std::ostream* out) {
+    *out << backend.name;
+}
 
 const Backend kBackends[] = {
     {"SQLite",
