@@ -6,6 +6,8 @@
 
 #include "server/store/RecordingStore.h"
 
+#include "server/store/SqliteStatement.h"
+
 struct sqlite3;
 
 namespace qlm::ingest {
@@ -39,6 +41,9 @@ private:
     const bool removeOnClose_;  // immutable
     mutable std::mutex mutex_;  // serialises every use of db_, transactions included
     sqlite3* db_ = nullptr;     // guarded by mutex_ (set in the constructor, closed in the destructor)
+    // addBatch's statements on db_, prepared by the constructor; guarded by mutex_.
+    std::unique_ptr<SqliteStatement> upsertRecording_;
+    std::unique_ptr<SqliteStatement> insertEvent_;
 };
 
 }  // namespace qlm::ingest
