@@ -31,7 +31,7 @@ int main(int argc, char** argv) {
             std::fprintf(stderr, "could not write %s\n", stateFile.c_str());
             return 1;
         }
-        server.release();  // left running for the run's tests; the stop command removes it
+        server->leaveRunning();  // for the run's tests; the stop command removes it
         return 0;
     }
     if (command == "stop") {

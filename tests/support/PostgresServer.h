@@ -29,6 +29,8 @@ public:
     bool save(const std::string& stateFile) const;
     // Stops the server and removes its folder; the destructor does it for a server it started.
     void stopAndRemove();
+    // The destructor leaves this server running, for another process to stop later.
+    void leaveRunning() { owned_ = false; }
 
     // A new, empty database: its "postgresql://..." URI.
     std::string freshDatabase();
