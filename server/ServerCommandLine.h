@@ -12,7 +12,7 @@ struct ServerSettings {
     HttpServerOptions http;
     std::string webFolder;    // the replay page's files; defaults to the source tree's server/web
     std::string pdfjsFolder;  // pdf.js's build folder; defaults to the source tree's node_modules
-    std::string databasePath;  // empty: a temporary database, removed at exit
+    std::string databasePath;  // an SQLite path or a postgresql:// URI; empty: a temporary SQLite file
     std::string dashboardURL;  // empty: "http://HOST:PORT" of the bound address
     std::string readyFile;     // empty: none written
 };

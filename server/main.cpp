@@ -15,6 +15,7 @@
 #include "server/http/HttpServer.h"
 #include "server/inspect/RecordingInspector.h"
 #include "server/store/RecordingStore.h"
+#include "server/store/SqliteStore.h"
 
 namespace {
 
@@ -41,10 +42,12 @@ int run(const ServerSettings& settings) {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
     std::unique_ptr<RecordingStore> store = settings.databasePath.empty()
-                                                ? RecordingStore::createTemporary()
-                                                : std::make_unique<RecordingStore>(settings.databasePath);
+                                                ? SqliteStore::createTemporary()
+                                                : openStore(settings.databasePath);
     std::optional<IngestService> service;  // made once the port is known, before the first accept
-    HttpServer server(settings.http,
+    HttpServerOptions http = settings.http;
+    http.headers = IngestService::securityHeaders();
+    HttpServer server(std::move(http),
                       [&service](const HttpRequest& request) { return service->handle(request); });
     server.listen();
     const std::string baseURL = "http://" + settings.http.host + ":" + std::to_string(server.port());
@@ -52,7 +55,7 @@ int run(const ServerSettings& settings) {
                     WebFolders{settings.webFolder, settings.pdfjsFolder});
     server.start();
 
-    std::cout << "Quillmere ingest server listening on " << baseURL << " (store: " << store->path() << ")"
+    std::cout << "Quillmere ingest server listening on " << baseURL << " (store: " << store->describe() << ")"
               << std::endl;
     if (!settings.readyFile.empty()) writeReadyFile(settings.readyFile, baseURL);
 
@@ -65,14 +68,15 @@ int run(const ServerSettings& settings) {
 
 int inspect(const InspectorSettings& settings) {
     // Opening a missing path would create an empty store and report it clean.
-    if (!std::filesystem::is_regular_file(settings.databasePath)) {
+    const bool file = !settings.databasePath.starts_with("postgres");
+    if (file && !std::filesystem::is_regular_file(settings.databasePath)) {
         std::cerr << "quillmere-ingest: no store at " << settings.databasePath << std::endl;
         return kInspectFailed;
     }
-    const RecordingStore store(settings.databasePath);
+    const auto store = openStore(settings.databasePath);
     return settings.checkPrivacy
-               ? checkPrivacy(store, settings.secret, settings.recordingID, std::cout, std::cerr)
-               : inspectRecordings(store, settings.recordingID, std::cout, std::cerr);
+               ? checkPrivacy(*store, settings.secret, settings.recordingID, std::cout, std::cerr)
+               : inspectRecordings(*store, settings.recordingID, std::cout, std::cerr);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "server/http/QueryString.h"
 #include "server/ingest/IngestRequest.h"
 #include "server/store/StoreError.h"
 #include "server/views/HtmlPages.h"
@@ -17,6 +18,32 @@ std::optional<RecordingKey> keyOf(const RouteParams& params) {
     const auto session = parseUint32(params.at("session"));
     if (!session) return std::nullopt;
     return RecordingKey{params.at("app"), params.at("recording"), *session};
+}
+
+// Views hold one page of events at a time. The cursor is the last seqID of the page before.
+constexpr std::size_t kDefaultPage = 1000;
+constexpr std::size_t kLargestPage = 10000;
+
+struct PageRequest {
+    std::optional<uint32_t> after;
+    std::size_t limit = kDefaultPage;
+};
+
+std::optional<PageRequest> pageRequestOf(const HttpRequest& request) {
+    const auto query = parseQuery(request.rawQuery);
+    if (!query) return std::nullopt;
+    PageRequest page;
+    for (const auto& [name, value] : *query) {
+        const auto number = parseUint32(value);
+        if (name == "after") {
+            if (!number) return std::nullopt;
+            page.after = *number;
+        } else if (name == "limit") {
+            if (!number || *number == 0 || *number > kLargestPage) return std::nullopt;
+            page.limit = *number;
+        }
+    }
+    return page;
 }
 
 HttpResponse notFound(std::string_view message) {
@@ -49,19 +76,28 @@ IngestService::IngestService(RecordingStore& store, std::string dashboardURL, co
     router_.add("GET", "/{app}/s/{recording}/{session}",
                 [this](const HttpRequest&, const RouteParams& params) { return sessionPage(params); });
     router_.add("GET", "/{app}/s/{recording}/{session}/events",
-                [this](const HttpRequest&, const RouteParams& params) { return eventListPage(params); });
+                [this](const HttpRequest& request, const RouteParams& params) { return eventListPage(request, params); });
     router_.add("GET", "/{app}/s/{recording}/{session}/replay.json",
-                [this](const HttpRequest&, const RouteParams& params) { return replayDocument(params); });
+                [this](const HttpRequest& request, const RouteParams& params) { return replayDocument(request, params); });
     router_.add("GET", "/assets/{file}",
                 [this](const HttpRequest&, const RouteParams& params) { return asset(pageFiles_, params); });
     router_.add("GET", "/assets/pdfjs/{file}",
                 [this](const HttpRequest&, const RouteParams& params) { return asset(pdfjsFiles_, params); });
     router_.add("GET", "/{app}/s/{recording}/{session}/events.json",
-                [this](const HttpRequest&, const RouteParams& params) { return sessionJson(params); });
+                [this](const HttpRequest& request, const RouteParams& params) { return sessionJson(request, params); });
     router_.add("GET", "/{app}/s/{recording}/{session}/frames/{seq}.pdf",
                 [this](const HttpRequest&, const RouteParams& params) { return frame(params); });
     router_.setNotFound(
         [](const HttpRequest& request) { return notFound("Nothing is served at " + request.path + "."); });
+}
+
+std::vector<std::pair<std::string, std::string>> IngestService::securityHeaders() {
+    return {{"Content-Security-Policy",
+             "default-src 'none'; script-src 'self'; style-src 'self'; worker-src 'self'; "
+             "connect-src 'self'; img-src 'self' data: blob:; font-src 'self' data:; base-uri 'none'; "
+             "form-action 'none'; frame-ancestors 'none'"},
+            {"X-Content-Type-Options", "nosniff"},
+            {"Referrer-Policy", "no-referrer"}};
 }
 
 HttpResponse IngestService::handle(const HttpRequest& request) const {
@@ -95,8 +131,20 @@ std::optional<std::pair<RecordingKey, RecordingSummary>> IngestService::recordin
     return std::pair{*key, std::move(*recording)};
 }
 
-HttpResponse IngestService::eventList(const RecordingKey& key, const RecordingSummary& recording) const {
-    return uncached(HttpResponse::html(200, recordingPage(recording, store_.events(key))));
+IngestService::EventPage IngestService::pageOf(const RecordingKey& key, std::optional<uint32_t> after,
+                                               std::size_t limit) const {
+    EventPage page{store_.eventPage(key, after, limit + 1), std::nullopt};
+    if (page.events.size() > limit) {
+        page.events.resize(limit);
+        page.next = page.events.back().seqID;
+    }
+    return page;
+}
+
+HttpResponse IngestService::eventList(const RecordingKey& key, const RecordingSummary& recording,
+                                      std::optional<uint32_t> after) const {
+    const EventPage page = pageOf(key, after, kDefaultPage);
+    return uncached(HttpResponse::html(200, recordingPage(recording, page.events, page.next)));
 }
 
 HttpResponse IngestService::sessionPage(const RouteParams& params) const {
@@ -113,19 +161,24 @@ HttpResponse IngestService::sessionPage(const RouteParams& params) const {
         }
         return uncached(std::move(*page));
     }
-    return eventList(key, recording);
+    return eventList(key, recording, std::nullopt);
 }
 
-HttpResponse IngestService::eventListPage(const RouteParams& params) const {
+HttpResponse IngestService::eventListPage(const HttpRequest& request, const RouteParams& params) const {
+    const auto wanted = pageRequestOf(request);
+    if (!wanted) return HttpResponse::text(400, "after and limit must be numbers, limit from 1 to 10000\n");
     const auto found = recordingOf(params);
     if (!found) return unknownRecording();
-    return eventList(found->first, found->second);
+    return eventList(found->first, found->second, wanted->after);
 }
 
-HttpResponse IngestService::replayDocument(const RouteParams& params) const {
+HttpResponse IngestService::replayDocument(const HttpRequest& request, const RouteParams& params) const {
+    const auto wanted = pageRequestOf(request);
+    if (!wanted) return HttpResponse::json(400, R"({"error":"after and limit must be numbers"})");
     const auto found = recordingOf(params);
     if (!found) return HttpResponse::json(404, R"({"error":"unknown recording"})");
-    return uncached(HttpResponse::json(200, replayJson(found->second, store_.events(found->first))));
+    const EventPage page = pageOf(found->first, wanted->after, wanted->limit);
+    return uncached(HttpResponse::json(200, replayJson(found->second, page.events, page.next)));
 }
 
 HttpResponse IngestService::asset(const StaticFiles& files, const RouteParams& params) {
@@ -135,10 +188,13 @@ HttpResponse IngestService::asset(const StaticFiles& files, const RouteParams& p
         "installed by scripts/setup.");
 }
 
-HttpResponse IngestService::sessionJson(const RouteParams& params) const {
+HttpResponse IngestService::sessionJson(const HttpRequest& request, const RouteParams& params) const {
+    const auto wanted = pageRequestOf(request);
+    if (!wanted) return HttpResponse::json(400, R"({"error":"after and limit must be numbers"})");
     const auto found = recordingOf(params);
     if (!found) return HttpResponse::json(404, R"({"error":"unknown recording"})");
-    return uncached(HttpResponse::json(200, eventsJson(found->second, store_.events(found->first))));
+    const EventPage page = pageOf(found->first, wanted->after, wanted->limit);
+    return uncached(HttpResponse::json(200, eventsJson(found->second, page.events, page.next)));
 }
 
 HttpResponse IngestService::frame(const RouteParams& params) const {

@@ -6,7 +6,7 @@
 //   GET  /<appID>/s/<recordingID>/<session>         the replay page (HTML; the event list when the
 //                                                   page's files are not there)
 //   GET  /<appID>/s/<recordingID>/<session>/events  a session's events (HTML)
-//   GET  /<appID>/s/<recordingID>/<session>/events.json
+//   GET  /<appID>/s/<recordingID>/<session>/events.json    (these three a page at a time)
 //   GET  /<appID>/s/<recordingID>/<session>/replay.json   the player's document (ReplayJson.h)
 //   GET  /<appID>/s/<recordingID>/<session>/frames/<seqID>.pdf
 //   GET  /assets/<file>, /assets/pdfjs/<file>       the replay page's files and pdf.js
@@ -14,6 +14,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "server/http/HttpRequest.h"
 #include "server/http/HttpResponse.h"
@@ -36,20 +37,32 @@ public:
 
     HttpResponse handle(const HttpRequest& request) const;
 
+    // The fields every reply of this server carries (HttpServerOptions::headers): scripts, styles,
+    // pdf.js's worker and fetches only from the server itself, no sniffing of types, no referrer.
+    static std::vector<std::pair<std::string, std::string>> securityHeaders();
+
 private:
     HttpResponse ingest(const HttpRequest& request) const;
     HttpResponse listPage() const;
     HttpResponse listJson() const;
     HttpResponse sessionPage(const RouteParams& params) const;
-    HttpResponse sessionJson(const RouteParams& params) const;
-    HttpResponse eventListPage(const RouteParams& params) const;
-    HttpResponse replayDocument(const RouteParams& params) const;
+    // The views of a session take a page of its events: ?after=SEQ (the last seqID of the page
+    // before) and ?limit=N (1 to 10000, 1000 unless given); each names the next page's cursor.
+    HttpResponse sessionJson(const HttpRequest& request, const RouteParams& params) const;
+    HttpResponse eventListPage(const HttpRequest& request, const RouteParams& params) const;
+    HttpResponse replayDocument(const HttpRequest& request, const RouteParams& params) const;
     static HttpResponse asset(const StaticFiles& files, const RouteParams& params);
     HttpResponse frame(const RouteParams& params) const;
     // The recording the route names, if the store has it.
     std::optional<std::pair<RecordingKey, RecordingSummary>> recordingOf(const RouteParams& params) const;
     // The plain list of a recording's events, which also stands in for the player without its files.
-    HttpResponse eventList(const RecordingKey& key, const RecordingSummary& recording) const;
+    HttpResponse eventList(const RecordingKey& key, const RecordingSummary& recording,
+                           std::optional<uint32_t> after) const;
+    struct EventPage {
+        std::vector<StoredEvent> events;
+        std::optional<uint32_t> next;  // the cursor of the page after, when there is one
+    };
+    EventPage pageOf(const RecordingKey& key, std::optional<uint32_t> after, std::size_t limit) const;
 
     RecordingStore& store_;           // thread-safe itself
     const std::string dashboardURL_;  // immutable

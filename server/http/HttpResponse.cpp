@@ -31,29 +31,6 @@ HttpResponse& HttpResponse::withHeader(std::string name, std::string value) {
     return *this;
 }
 
-std::string HttpResponse::serialize(bool keepAlive, bool omitBody) const {
-    std::string out;
-    out.reserve(256 + (omitBody ? 0 : body.size()));
-    out += "HTTP/1.1 ";
-    out += std::to_string(status);
-    out += ' ';
-    out += reasonPhrase(status);
-    out += "\r\n";
-    for (const auto& [name, value] : headers) {
-        out += name;
-        out += ": ";
-        out += value;
-        out += "\r\n";
-    }
-    out += "Content-Length: ";
-    out += std::to_string(body.size());
-    out += "\r\nConnection: ";
-    out += keepAlive ? "keep-alive" : "close";
-    out += "\r\nServer: quillmere-ingest\r\n\r\n";
-    if (!omitBody) out += body;
-    return out;
-}
-
 std::string_view reasonPhrase(int status) {
     switch (status) {
         case 100:

@@ -17,9 +17,6 @@ struct HttpResponse {
     static HttpResponse html(int status, std::string body);
     static HttpResponse json(int status, std::string body);
     HttpResponse& withHeader(std::string name, std::string value);
-
-    // The bytes on the wire. With `omitBody` (a reply to HEAD) the head still announces the length.
-    std::string serialize(bool keepAlive, bool omitBody = false) const;
 };
 
 // The standard phrase for a status, "Unknown" for a status this server never sends.

@@ -1,202 +1,154 @@
 #include "server/http/HttpServer.h"
 
-#include <arpa/inet.h>
-#include <netdb.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cerrno>
+#include <boost/asio/post.hpp>
+#include <boost/asio/strand.hpp>
 #include <stdexcept>
 #include <system_error>
 
-#include "server/http/HttpConnection.h"
+#include "server/http/HttpSession.h"
 
 namespace qlm::ingest {
+
+namespace net = boost::asio;
+using net::ip::tcp;
 
 namespace {
 
 constexpr int kListenBacklog = 128;
+// When a stop cuts the connections, how long their last operations may take to unwind.
+constexpr std::chrono::milliseconds kCutGrace{1000};
 
-in_addr resolveIPv4(const std::string& host) {
-    in_addr address{};
-    if (::inet_pton(AF_INET, host.c_str(), &address) == 1) return address;
-    addrinfo hints{};
-    hints.ai_family = AF_INET;
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    if (::getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0 || found == nullptr) {
-        throw std::invalid_argument("not an IPv4 address or a name of one: " + host);
-    }
-    address = reinterpret_cast<const sockaddr_in*>(found->ai_addr)->sin_addr;
-    ::freeaddrinfo(found);
-    return address;
-}
-
-[[noreturn]] void throwErrno(const char* what) {
-    throw std::system_error(errno, std::generic_category(), what);
+net::ip::address_v4 resolveIPv4(net::io_context& context, const std::string& host) {
+    boost::system::error_code error;
+    const auto address = net::ip::make_address_v4(host, error);
+    if (!error) return address;
+    tcp::resolver resolver(context);
+    const auto found = resolver.resolve(tcp::v4(), host, "", error);
+    if (error || found.empty()) throw std::invalid_argument("not an IPv4 address or a name of one: " + host);
+    return found.begin()->endpoint().address().to_v4();
 }
 
 }  // namespace
 
 HttpServer::HttpServer(HttpServerOptions options, Handler handler)
-    : options_(std::move(options)),
-      handler_(std::move(handler)),
-      isStopping_([this] { return stopping_.load(); }) {}
+    : options_(std::move(options)), handler_(std::move(handler)) {}
 
 HttpServer::~HttpServer() {
     stop();
 }
 
 void HttpServer::listen() {
-    if (listenFd_ >= 0) return;
-    const in_addr address = resolveIPv4(options_.host);
-    listenFd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (listenFd_ < 0) throwErrno("socket");
-    const int on = 1;
-    ::setsockopt(listenFd_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    sockaddr_in bound{};
-    bound.sin_family = AF_INET;
-    bound.sin_addr = address;
-    bound.sin_port = htons(options_.port);
-    socklen_t length = sizeof bound;
-    if (::bind(listenFd_, reinterpret_cast<const sockaddr*>(&bound), sizeof bound) != 0 ||
-        ::listen(listenFd_, kListenBacklog) != 0 ||
-        ::getsockname(listenFd_, reinterpret_cast<sockaddr*>(&bound), &length) != 0) {
-        const int error = errno;
-        ::close(listenFd_);
-        listenFd_ = -1;
-        throw std::system_error(error, std::generic_category(), "listening on " + options_.host);
-    }
-    port_ = ntohs(bound.sin_port);
-    wakeFd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (wakeFd_ < 0) {
-        ::close(listenFd_);
-        listenFd_ = -1;
-        throwErrno("eventfd");
-    }
+    if (io_) return;
+    auto io = std::make_unique<HttpServerIo>();
+    const tcp::endpoint endpoint(resolveIPv4(io->context, options_.host), options_.port);
+    boost::system::error_code error;
+    io->acceptor.open(endpoint.protocol(), error);
+    if (!error) io->acceptor.set_option(net::socket_base::reuse_address(true), error);
+    if (!error) io->acceptor.bind(endpoint, error);
+    if (!error) io->acceptor.listen(kListenBacklog, error);
+    if (error) throw std::system_error(error.value(), std::generic_category(), "listening on " + options_.host);
+    port_ = io->acceptor.local_endpoint().port();
+    io_ = std::move(io);
 }
 
 void HttpServer::start() {
-    if (acceptThread_.joinable()) return;
+    if (!threads_.empty()) return;
     listen();
     stopping_ = false;
-    acceptThread_ = std::thread([this] { acceptLoop(); });
+    net::post(io_->acceptor.get_executor(), [this] { acceptNext(); });
+    const std::size_t count = std::max<std::size_t>(1, options_.threads);
+    for (std::size_t i = 0; i < count; ++i) threads_.emplace_back([this] { io_->context.run(); });
 }
 
-void HttpServer::stop() {
-    if (!acceptThread_.joinable()) {
-        // Listening without ever accepting: only the descriptors to give back.
-        if (listenFd_ >= 0) ::close(listenFd_);
-        if (wakeFd_ >= 0) ::close(wakeFd_);
-        listenFd_ = wakeFd_ = -1;
-        return;
-    }
-    stopping_ = true;
-    wake();
-    acceptThread_.join();
-    ::close(listenFd_);
-    listenFd_ = -1;
-
-    std::unique_lock lock(mutex_);
-    // Reading ends at once for every connection; one that is in its handler still gets to answer.
-    for (Connection& connection : connections_) ::shutdown(connection.fd, SHUT_RD);
-    finishedChanged_.wait_for(lock, options_.stopGrace, [this] {
-        for (const Connection& connection : connections_) {
-            if (!connection.finished) return false;
+void HttpServer::acceptNext() {
+    if (stopping_) return;
+    io_->acceptor.async_accept(net::make_strand(io_->context), [this](boost::system::error_code error,
+                                                                     tcp::socket socket) {
+        if (error == net::error::operation_aborted || stopping_) return;
+        if (!error) {
+            socket.set_option(tcp::no_delay(true), error);
+            try {
+                std::make_shared<HttpSession>(*this, std::move(socket))->run();
+            } catch (...) {
+                // Out of memory: this client is dropped and the server goes on.
+            }
         }
-        return true;
+        std::lock_guard lock(mutex_);
+        // At the cap the listening socket is not served: new clients wait in the backlog.
+        if (sessions_.size() >= options_.maxConnections) {
+            acceptPaused_ = true;
+        } else {
+            acceptNext();
+        }
     });
-    for (Connection& connection : connections_) ::shutdown(connection.fd, SHUT_RDWR);
-    std::list<Connection> remaining;
-    remaining.swap(connections_);
-    lock.unlock();
-    for (Connection& connection : remaining) {
-        connection.thread.join();
-        ::close(connection.fd);
+}
+
+bool HttpServer::opened(HttpSession* session, const std::string& address,
+                        const std::weak_ptr<HttpSession>& self) {
+    std::lock_guard lock(mutex_);
+    std::size_t& fromThere = perAddress_[address];
+    if (options_.maxConnectionsPerClient != 0 && fromThere >= options_.maxConnectionsPerClient) {
+        if (fromThere == 0) perAddress_.erase(address);
+        return false;
     }
-    ::close(wakeFd_);
-    wakeFd_ = -1;
+    ++fromThere;
+    sessions_.emplace(session, self);
+    return true;
+}
+
+void HttpServer::closed(HttpSession* session, const std::string& address) {
+    {
+        std::lock_guard lock(mutex_);
+        sessions_.erase(session);
+        if (auto it = perAddress_.find(address); it != perAddress_.end() && --it->second == 0) perAddress_.erase(it);
+        if (acceptPaused_ && sessions_.size() < options_.maxConnections && io_ && !stopping_) {
+            acceptPaused_ = false;
+            net::post(io_->acceptor.get_executor(), [this] { acceptNext(); });
+        }
+    }
+    sessionsChanged_.notify_all();
 }
 
 std::size_t HttpServer::activeConnections() const {
     std::lock_guard lock(mutex_);
-    std::size_t active = 0;
-    for (const Connection& connection : connections_) active += connection.finished ? 0 : 1;
-    return active;
+    return sessions_.size();
 }
 
-void HttpServer::wake() {
-    const eventfd_t one = 1;
-    [[maybe_unused]] const int ignored = ::eventfd_write(wakeFd_, one);
-}
-
-void HttpServer::reapFinished() {
-    for (auto it = connections_.begin(); it != connections_.end();) {
-        if (!it->finished) {
-            ++it;
-            continue;
-        }
-        it->thread.join();
-        ::close(it->fd);
-        it = connections_.erase(it);
+void HttpServer::stop() {
+    if (!io_) return;
+    if (threads_.empty()) {
+        io_.reset();
+        return;
     }
-}
-
-void HttpServer::acceptLoop() {
-    while (!stopping_) {
-        bool room = false;
+    stopping_ = true;
+    net::post(io_->acceptor.get_executor(), [this] {
+        boost::system::error_code ignored;
+        io_->acceptor.close(ignored);
+    });
+    // Sessions are told outside the lock: dropping the last reference to one ends up in closed().
+    const auto eachSession = [this](auto&& action) {
+        std::vector<std::shared_ptr<HttpSession>> live;
         {
             std::lock_guard lock(mutex_);
-            reapFinished();
-            room = connections_.size() < options_.maxConnections;
-        }
-        // At the cap the listening socket is not polled: new clients wait in the backlog.
-        pollfd fds[2] = {{wakeFd_, POLLIN, 0}, {listenFd_, POLLIN, 0}};
-        if (::poll(fds, room ? 2 : 1, -1) < 0) continue;
-        if (fds[0].revents & POLLIN) {
-            eventfd_t drained = 0;
-            [[maybe_unused]] const int ignored = ::eventfd_read(wakeFd_, &drained);
-        }
-        if (!room || !(fds[1].revents & POLLIN) || stopping_) continue;
-        const int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (fd < 0) {
-            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-                // Out of descriptors: wait for a connection to end instead of spinning on the backlog.
-                pollfd wait{wakeFd_, POLLIN, 0};
-                ::poll(&wait, 1, 100);
+            for (const auto& [session, weak] : sessions_) {
+                if (auto strong = weak.lock()) live.push_back(std::move(strong));
             }
-            continue;
         }
-        accepted(fd);
-    }
-}
-
-void HttpServer::accepted(int fd) {
-    const int on = 1;
-    ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    std::lock_guard lock(mutex_);
-    try {
-        Connection& connection = connections_.emplace_back();
-        connection.fd = fd;
-        connection.thread = std::thread([this, &connection] {
-            HttpConnection(connection.fd, options_, handler_, isStopping_).serve();
-            ::shutdown(connection.fd, SHUT_RDWR);
-            {
-                std::lock_guard finishedLock(mutex_);
-                connection.finished = true;
-            }
-            finishedChanged_.notify_all();
-            wake();
-        });
-    } catch (...) {
-        // Out of threads or memory: this client is dropped and the server goes on.
-        if (!connections_.empty() && !connections_.back().thread.joinable()) connections_.pop_back();
-        ::close(fd);
-    }
+        for (const auto& session : live) action(*session);
+    };
+    const auto waitForNone = [this](std::chrono::milliseconds grace) {
+        std::unique_lock lock(mutex_);
+        sessionsChanged_.wait_for(lock, grace, [this] { return sessions_.empty(); });
+    };
+    // Reading ends at once for every connection; one that is in its handler still gets to answer.
+    eachSession([](HttpSession& session) { session.stopReading(); });
+    waitForNone(options_.stopGrace);
+    eachSession([](HttpSession& session) { session.cut(); });
+    waitForNone(kCutGrace);
+    io_->context.stop();
+    for (auto& thread : threads_) thread.join();
+    threads_.clear();
+    io_.reset();
 }
 
 }  // namespace qlm::ingest

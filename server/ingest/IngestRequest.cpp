@@ -9,6 +9,7 @@
 #include "server/ingest/EventJson.h"
 #include "server/ingest/EventSummary.h"
 #include "server/ingest/InnerMessage.h"
+#include "server/ingest/SeqIDRange.h"
 #include "wire/qm.pb.h"
 
 namespace qlm::ingest {
@@ -90,6 +91,8 @@ IngestDecoding decodeIngestRequest(std::string_view rawQuery, std::string_view b
     if (!list.ParseFromArray(body.data(), static_cast<int>(body.size()))) {
         return reject("the body is not a qm.EventList");
     }
+    if (list.events_size() == 0) return reject("the batch holds no events");
+    if (!seqIDsFitIn32Bits(body)) return reject("a seqID is above 4294967295");
     if (!list.appid().empty() && list.appid() != *appID)
         return reject("the body's appID differs from the query's");
 

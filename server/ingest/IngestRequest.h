@@ -38,7 +38,7 @@ struct DecodedEvent {
 struct IngestBatch {
     RecordingKey key;
     std::string tabID;
-    std::vector<DecodedEvent> events;  // in the order of the body; may be empty
+    std::vector<DecodedEvent> events;  // in the order of the body; never empty
 };
 
 struct IngestDecoding {

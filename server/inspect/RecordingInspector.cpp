@@ -32,7 +32,7 @@ std::vector<RecordingSummary> selected(const RecordingStore& store, const std::s
     std::reverse(out.begin(), out.end());
     if (out.empty()) {
         err << command << ": no recording" << (recordingID.empty() ? "" : " " + recordingID) << " in "
-            << store.path() << "\n";
+            << store.describe() << "\n";
     }
     return out;
 }

@@ -1,224 +1,40 @@
 #include "server/store/RecordingStore.h"
 
-#include <sqlite3.h>
-#include <unistd.h>
+#include <limits>
 
-#include <chrono>
-#include <cstdlib>
-
-#include "server/store/SqliteStatement.h"
-#include "server/store/StoreError.h"
+#include "server/store/PostgresStore.h"
+#include "server/store/SqliteStore.h"
 
 namespace qlm::ingest {
 
 namespace {
 
-// The bulky data column comes last, so listing events never reads a PDF's overflow pages.
-constexpr const char* kSchema = R"sql(
-CREATE TABLE IF NOT EXISTS recordings (
-    id INTEGER PRIMARY KEY,
-    appID TEXT NOT NULL,
-    recordingID TEXT NOT NULL,
-    sessionID INTEGER NOT NULL,
-    tabID TEXT NOT NULL,
-    firstSeen REAL NOT NULL,
-    lastSeen REAL NOT NULL,
-    UNIQUE (appID, recordingID, sessionID)
-);
-CREATE INDEX IF NOT EXISTS recordings_by_last_seen ON recordings (lastSeen);
-CREATE TABLE IF NOT EXISTS events (
-    id INTEGER PRIMARY KEY,
-    recording INTEGER NOT NULL REFERENCES recordings (id),
-    seqID INTEGER NOT NULL,
-    time REAL NOT NULL,
-    timeOffset REAL NOT NULL,
-    type TEXT NOT NULL,
-    summary TEXT NOT NULL,
-    json TEXT NOT NULL,
-    data BLOB NOT NULL,
-    UNIQUE (recording, seqID)
-);
-CREATE INDEX IF NOT EXISTS events_by_type ON events (recording, type);
-)sql";
-
-constexpr const char* kSelectRecording =
-    "SELECT r.appID, r.recordingID, r.sessionID, r.tabID, r.firstSeen, r.lastSeen, "
-    "(SELECT count(*) FROM events e WHERE e.recording = r.id) FROM recordings r ";
-
-double nowMilliseconds() {
-    using namespace std::chrono;
-    return static_cast<double>(duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count());
-}
-
-RecordingSummary readRecording(const SqliteStatement& row) {
-    RecordingSummary summary;
-    summary.key.appID = row.text(0);
-    summary.key.recordingID = row.text(1);
-    summary.key.sessionID = static_cast<uint32_t>(row.integer(2));
-    summary.tabID = row.text(3);
-    summary.firstSeen = row.real(4);
-    summary.lastSeen = row.real(5);
-    summary.eventCount = row.integer(6);
-    return summary;
-}
-
-SqliteStatement& bindKey(SqliteStatement& statement, const RecordingKey& key) {
-    return statement.bindText(1, key.appID).bindText(2, key.recordingID).bindInteger(3, key.sessionID);
-}
-
-std::string temporaryPath() {
-    const char* dir = std::getenv("TMPDIR");
-    std::string pattern =
-        std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/quillmere-ingest-XXXXXX";
-    const int fd = ::mkstemp(pattern.data());
-    if (fd < 0) throw StoreError("cannot create a temporary database in " + pattern);
-    ::close(fd);
-    return pattern;
-}
+// Screen captures are a few hundred KiB: a page of them stays within a few MiB.
+constexpr std::size_t kEventsWithDataPerPage = 16;
 
 }  // namespace
-
-RecordingStore::RecordingStore(std::string path) : RecordingStore(std::move(path), false) {}
-
-std::unique_ptr<RecordingStore> RecordingStore::createTemporary() {
-    return std::unique_ptr<RecordingStore>(new RecordingStore(temporaryPath(), true));
-}
-
-RecordingStore::RecordingStore(std::string path, bool removeOnClose)
-    : path_(std::move(path)), removeOnClose_(removeOnClose) {
-    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-    if (sqlite3_open_v2(path_.c_str(), &db_, flags, nullptr) != SQLITE_OK) {
-        const std::string message = db_ != nullptr ? sqlite3_errmsg(db_) : "out of memory";
-        sqlite3_close(db_);
-        throw StoreError("cannot open " + path_ + ": " + message);
-    }
-    try {
-        sqlite3_busy_timeout(db_, 5000);
-        exec("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = ON;");
-        exec(kSchema);
-    } catch (...) {
-        sqlite3_close(db_);
-        throw;
-    }
-}
-
-RecordingStore::~RecordingStore() {
-    sqlite3_close(db_);
-    if (removeOnClose_) {
-        for (const char* suffix : {"", "-wal", "-shm", "-journal"}) ::unlink((path_ + suffix).c_str());
-    }
-}
-
-void RecordingStore::exec(const char* sql) {
-    char* message = nullptr;
-    if (sqlite3_exec(db_, sql, nullptr, nullptr, &message) != SQLITE_OK) {
-        const std::string text = message != nullptr ? message : "unknown error";
-        sqlite3_free(message);
-        throw StoreError("sqlite: " + text);
-    }
-}
-
-std::size_t RecordingStore::addBatch(const IngestBatch& batch) {
-    std::lock_guard lock(mutex_);
-    exec("BEGIN IMMEDIATE");
-    try {
-        const double now = nowMilliseconds();
-        SqliteStatement upsert(
-            db_,
-            "INSERT INTO recordings (appID, recordingID, sessionID, tabID, firstSeen, lastSeen) "
-            "VALUES (?1, ?2, ?3, ?4, ?5, ?5) ON CONFLICT (appID, recordingID, sessionID) "
-            "DO UPDATE SET lastSeen = excluded.lastSeen RETURNING id");
-        bindKey(upsert, batch.key).bindText(4, batch.tabID).bindReal(5, now);
-        if (!upsert.step()) throw StoreError("sqlite: no recording id");
-        const int64_t recording = upsert.integer(0);
-        while (upsert.step()) {
-        }
-
-        std::size_t added = 0;
-        SqliteStatement insert(
-            db_,
-            "INSERT OR IGNORE INTO events (recording, seqID, time, timeOffset, type, summary, "
-            "json, data) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)");
-        for (const DecodedEvent& event : batch.events) {
-            insert.reset();
-            insert.bindInteger(1, recording).bindInteger(2, event.seqID).bindReal(3, event.time);
-            insert.bindReal(4, event.timeOffset).bindText(5, event.type).bindText(6, event.summary);
-            insert.bindText(7, event.json).bindBlob(8, event.data);
-            insert.step();
-            added += static_cast<std::size_t>(sqlite3_changes(db_));
-        }
-        exec("COMMIT");
-        return added;
-    } catch (...) {
-        sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
-        throw;
-    }
-}
-
-std::vector<RecordingSummary> RecordingStore::recordings() const {
-    std::lock_guard lock(mutex_);
-    SqliteStatement select(db_, std::string(kSelectRecording) + "ORDER BY r.lastSeen DESC, r.id DESC");
-    std::vector<RecordingSummary> out;
-    while (select.step()) out.push_back(readRecording(select));
-    return out;
-}
-
-std::optional<RecordingSummary> RecordingStore::recording(const RecordingKey& key) const {
-    std::lock_guard lock(mutex_);
-    SqliteStatement select(db_, std::string(kSelectRecording) +
-                                    "WHERE r.appID = ?1 AND r.recordingID = ?2 AND r.sessionID = ?3");
-    bindKey(select, key);
-    if (!select.step()) return std::nullopt;
-    return readRecording(select);
-}
-
-namespace {
-
-// A recording's events in seqID order; column 6 is free for more.
-constexpr std::string_view kSelectEvents = "SELECT e.seqID, e.time, e.timeOffset, e.type, e.summary, e.json";
-constexpr std::string_view kOfRecordingInOrder =
-    " FROM events e JOIN recordings r ON r.id = e.recording "
-    "WHERE r.appID = ?1 AND r.recordingID = ?2 AND r.sessionID = ?3 ORDER BY e.seqID";
-
-StoredEvent readEvent(SqliteStatement& select) {
-    return {static_cast<uint32_t>(select.integer(0)),
-            select.real(1),
-            select.real(2),
-            select.text(3),
-            select.text(4),
-            select.text(5)};
-}
-
-}  // namespace
-
-std::vector<StoredEvent> RecordingStore::events(const RecordingKey& key) const {
-    std::lock_guard lock(mutex_);
-    SqliteStatement select(db_, std::string(kSelectEvents) + std::string(kOfRecordingInOrder));
-    bindKey(select, key);
-    std::vector<StoredEvent> out;
-    while (select.step()) out.push_back(readEvent(select));
-    return out;
-}
-
-std::optional<std::string> RecordingStore::eventData(const RecordingKey& key, uint32_t seqID,
-                                                     std::string_view type) const {
-    std::lock_guard lock(mutex_);
-    SqliteStatement select(db_,
-                           "SELECT e.data FROM events e JOIN recordings r ON r.id = e.recording "
-                           "WHERE r.appID = ?1 AND r.recordingID = ?2 AND r.sessionID = ?3 AND e.seqID = ?4 "
-                           "AND e.type = ?5");
-    bindKey(select, key).bindInteger(4, seqID).bindText(5, type);
-    if (!select.step()) return std::nullopt;
-    return select.blob(0);
-}
 
 void RecordingStore::forEachEvent(
     const RecordingKey& key,
     const std::function<void(const StoredEvent&, std::string_view data)>& visit) const {
-    std::lock_guard lock(mutex_);
-    SqliteStatement select(db_, std::string(kSelectEvents) + ", e.data" + std::string(kOfRecordingInOrder));
-    bindKey(select, key);
-    while (select.step()) visit(readEvent(select), select.blob(6));
+    std::optional<uint32_t> after;
+    while (true) {
+        const auto page = eventPage(key, after, kEventsWithDataPerPage, true);
+        for (const StoredEvent& event : page) visit(event, event.data);
+        if (page.size() < kEventsWithDataPerPage) return;
+        after = page.back().seqID;
+    }
+}
+
+std::vector<StoredEvent> RecordingStore::events(const RecordingKey& key) const {
+    return eventPage(key, std::nullopt, std::numeric_limits<std::size_t>::max());
+}
+
+std::unique_ptr<RecordingStore> openStore(const std::string& database) {
+    if (database.starts_with("postgresql://") || database.starts_with("postgres://")) {
+        return std::make_unique<PostgresStore>(database);
+    }
+    return std::make_unique<SqliteStore>(database);
 }
 
 }  // namespace qlm::ingest

@@ -1,19 +1,18 @@
 #pragma once
-// The server's storage: recordings and their events in one SQLite database file. One connection,
-// guarded by one mutex, so every member is safe from any thread and a batch is stored in one
-// transaction that readers never see half of. Failures of the database throw StoreError.
+// The server's storage: recordings and their events. Two implementations, SqliteStore (an embedded
+// file, the default) and PostgresStore (shared by several server processes); openStore() picks one.
+// Every member is safe from any thread; a batch is stored in one transaction that readers never
+// see half of, and a session's seqIDs are unique by a constraint of the database. Failures of the
+// database throw StoreError.
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "server/ingest/IngestRequest.h"
-
-struct sqlite3;
 
 namespace qlm::ingest {
 
@@ -32,44 +31,40 @@ struct StoredEvent {
     std::string type;
     std::string summary;
     std::string json;
+    std::string data{};  // the inner message's bytes; empty unless asked for
 };
 
 class RecordingStore {
 public:
-    // Opens the database at `path`, creating it and its tables when missing.
-    explicit RecordingStore(std::string path);
-    // A fresh database in a new file under $TMPDIR (or /tmp), removed again by the destructor.
-    static std::unique_ptr<RecordingStore> createTemporary();
-    ~RecordingStore();
-    RecordingStore(const RecordingStore&) = delete;
-    RecordingStore& operator=(const RecordingStore&) = delete;
+    virtual ~RecordingStore() = default;
 
-    const std::string& path() const { return path_; }
+    // Where the data lives, for messages: a path, or a connection string without its password.
+    virtual std::string describe() const = 0;
 
     // Stores the batch; an event whose seqID the session already has is ignored (first one wins),
-    // so an upload sent twice is harmless. Returns how many events were new.
-    std::size_t addBatch(const IngestBatch& batch);
+    // so an upload sent twice, or to two servers, is harmless. Returns how many events were new.
+    virtual std::size_t addBatch(const IngestBatch& batch) = 0;
 
-    std::vector<RecordingSummary> recordings() const;  // most recently seen first
-    std::optional<RecordingSummary> recording(const RecordingKey& key) const;
-    std::vector<StoredEvent> events(const RecordingKey& key) const;  // in seqID order
+    virtual std::vector<RecordingSummary> recordings() const = 0;  // most recently seen first
+    virtual std::optional<RecordingSummary> recording(const RecordingKey& key) const = 0;
+    // At most `limit` events of the session with a seqID above `after` (from the first when
+    // nullopt), in seqID order; `data` is filled only `withData`.
+    virtual std::vector<StoredEvent> eventPage(const RecordingKey& key, std::optional<uint32_t> after,
+                                               std::size_t limit, bool withData = false) const = 0;
     // The inner message bytes of one event, when the session has that seqID with that type.
-    std::optional<std::string> eventData(const RecordingKey& key, uint32_t seqID,
-                                         std::string_view type) const;
-    // Each event of the session in seqID order with its inner message bytes, one at a time so that a
-    // long recording's PDFs are never all in memory. The store is locked meanwhile: `visit` must not
-    // call the store.
+    virtual std::optional<std::string> eventData(const RecordingKey& key, uint32_t seqID,
+                                                 std::string_view type) const = 0;
+
+    // Each event of the session in seqID order with its inner message bytes, a few at a time so
+    // that a long recording's PDFs are never all in memory. `visit` may call the store.
     void forEachEvent(const RecordingKey& key,
                       const std::function<void(const StoredEvent&, std::string_view data)>& visit) const;
-
-private:
-    RecordingStore(std::string path, bool removeOnClose);
-    void exec(const char* sql);
-
-    const std::string path_;    // immutable
-    const bool removeOnClose_;  // immutable
-    mutable std::mutex mutex_;  // serialises every use of db_, transactions included
-    sqlite3* db_ = nullptr;     // guarded by mutex_ (set in the constructor, closed in the destructor)
+    // Every event of the session at once: for tests and tools that know the session is small.
+    std::vector<StoredEvent> events(const RecordingKey& key) const;
 };
+
+// `database` "postgresql://..." (or "postgres://...") opens a PostgresStore, anything else is the
+// path of an SQLite file; the tables are made when missing.
+std::unique_ptr<RecordingStore> openStore(const std::string& database);
 
 }  // namespace qlm::ingest

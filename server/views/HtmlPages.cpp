@@ -10,19 +10,11 @@ namespace qlm::ingest {
 
 namespace {
 
-constexpr const char* kStyle =
-    "body{font-family:system-ui,sans-serif;margin:2em;color:#222}"
-    "table{border-collapse:collapse;font-size:14px}"
-    "th,td{border-bottom:1px solid #ddd;padding:4px 10px;text-align:left;vertical-align:top}"
-    "th{background:#f4f4f4}td.n{text-align:right;font-variant-numeric:tabular-nums}"
-    "code{font-size:13px}.muted{color:#777}";
-
 std::string page(std::string_view title, const std::string& content) {
     std::string out = "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\"><title>";
     out += escapeHtml(title);
-    out += "</title><style>";
-    out += kStyle;
-    out += "</style></head><body>\n";
+    // Styles come from a file: the Content-Security-Policy allows no inline ones.
+    out += "</title><link rel=\"stylesheet\" href=\"/assets/pages.css\"></head><body>\n";
     out += content;
     out += "\n</body></html>\n";
     return out;
@@ -103,13 +95,14 @@ std::string recordingListPage(const std::vector<RecordingSummary>& recordings) {
     return page("Recordings", content);
 }
 
-std::string recordingPage(const RecordingSummary& recording, const std::vector<StoredEvent>& events) {
+std::string recordingPage(const RecordingSummary& recording, const std::vector<StoredEvent>& events,
+                          std::optional<uint32_t> next) {
     const std::string base = recordingPath(recording.key);
     std::string content = "<p><a href=\"/\">All recordings</a></p>\n<h1>Recording " +
                           escapeHtml(recording.key.recordingID) + "</h1>\n<p>App <b>" +
                           escapeHtml(recording.key.appID) + "</b>, session " +
                           std::to_string(recording.key.sessionID) + ", tab <code>" +
-                          escapeHtml(recording.tabID) + "</code>, " + std::to_string(events.size()) +
+                          escapeHtml(recording.tabID) + "</code>, " + std::to_string(recording.eventCount) +
                           " events. <a href=\"" + base + "\">Replay</a> &middot; <a href=\"" + base +
                           "/events.json\">Events as JSON</a></p>\n";
     content +=
@@ -124,6 +117,7 @@ std::string recordingPage(const RecordingSummary& recording, const std::vector<S
         content += "</td></tr>\n";
     }
     content += "</table>";
+    if (next) content += "\n<p><a href=\"" + base + "/events?after=" + std::to_string(*next) + "\">Next page</a></p>";
     return page("Recording " + recording.key.recordingID, content);
 }
 

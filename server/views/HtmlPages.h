@@ -1,6 +1,8 @@
 #pragma once
-// The dashboard's HTML pages: self-contained documents (inline style, no scripts, no external
-// assets) in which every stored text is escaped. Pure functions.
+// The dashboard's HTML pages: documents without scripts, styled by /assets/pages.css, in which
+// every stored text is escaped. Pure functions.
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,7 +15,9 @@ namespace qlm::ingest {
 std::string recordingPath(const RecordingKey& key);
 
 std::string recordingListPage(const std::vector<RecordingSummary>& recordings);
-std::string recordingPage(const RecordingSummary& recording, const std::vector<StoredEvent>& events);
+// One page of the session's events; `next`, when set, is linked as the following page.
+std::string recordingPage(const RecordingSummary& recording, const std::vector<StoredEvent>& events,
+                          std::optional<uint32_t> next = std::nullopt);
 std::string notFoundPage(std::string_view message);
 
 std::string escapeHtml(std::string_view text);

@@ -23,7 +23,8 @@ std::string recordingsJson(const std::vector<RecordingSummary>& recordings) {
     return json{{"recordings", std::move(list)}}.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
-std::string eventsJson(const RecordingSummary& recording, const std::vector<StoredEvent>& events) {
+std::string eventsJson(const RecordingSummary& recording, const std::vector<StoredEvent>& events,
+                       std::optional<uint32_t> next) {
     json list = json::array();
     for (const StoredEvent& e : events) {
         // Stored JSON was printed by protobuf from a decoded message, so it parses; a damaged row
@@ -40,7 +41,8 @@ std::string eventsJson(const RecordingSummary& recording, const std::vector<Stor
                 {"recordingID", recording.key.recordingID},
                 {"sessionID", recording.key.sessionID},
                 {"tabID", recording.tabID},
-                {"events", std::move(list)}}
+                {"events", std::move(list)},
+                {"next", next ? json(*next) : json(nullptr)}}
         .dump(-1, ' ', false, json::error_handler_t::replace);
 }
 

@@ -157,7 +157,8 @@ json networkEntry(const std::string& reqId) {
 
 }  // namespace
 
-std::string replayJson(const RecordingSummary& recording, const std::vector<StoredEvent>& events) {
+std::string replayJson(const RecordingSummary& recording, const std::vector<StoredEvent>& events,
+                       std::optional<uint32_t> next) {
     const std::string base = recordingPath(recording.key);
     json frames = json::array(), logs = json::array(), network = json::array(), problems = json::array();
     json device = nullptr, user = nullptr;
@@ -265,6 +266,7 @@ std::string replayJson(const RecordingSummary& recording, const std::vector<Stor
                 {"duration", duration},
                 {"eventsPage", base + "/events"},
                 {"eventsJson", base + "/events.json"},
+                {"next", next ? json(*next) : json(nullptr)},
                 {"device", std::move(device)},
                 {"user", std::move(user)},
                 {"frames", std::move(frames)},

@@ -4,7 +4,7 @@
 // timeOffset):
 //
 //   {"appID","recordingID","sessionID","tabID","startTime" (wall clock of offset 0, or null),
-//    "duration", "eventsPage", "eventsJson",
+//    "duration", "eventsPage", "eventsJson", "next" (the cursor of the next page, or null),
 //    "device": {"deviceType","deviceName","manufacturer","release","sdkVersion"} or null,
 //    "user": {"userID","name","email","isAnonymous","traits"} or null,        (the last identify)
 //    "frames":  [{"seqID","t","width","height","size","url"}],
@@ -14,8 +14,12 @@
 //                 "responseHeaders","requestBody","responseBody"}],  (missing halves are null)
 //    "problems":[{"seqID","t","type","reason"}]}
 //
+// One page of events at a time: a stroke that goes on from an earlier page starts without its DOWN,
+// and an exchange whose other half is on another page has nulls there; the page joins them.
 // A stored event that cannot be read as its type lands in "problems" and nowhere else, so one bad
 // row never hides the rest. A pure function.
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +28,7 @@
 
 namespace qlm::ingest {
 
-std::string replayJson(const RecordingSummary& recording, const std::vector<StoredEvent>& events);
+std::string replayJson(const RecordingSummary& recording, const std::vector<StoredEvent>& events,
+                       std::optional<uint32_t> next = std::nullopt);
 
 }  // namespace qlm::ingest

@@ -376,11 +376,73 @@ function pause() {
   $("play").textContent = "Play";
 }
 
+// replay.json comes a page of events at a time (the server never holds a whole recording); the
+// pages are joined here as the server would have joined them: a stroke that goes on from an earlier
+// page (it has no DOWN of its own) continues the nearest open stroke, and the two halves of a
+// network exchange fill each other's missing fields.
+function joinPage(whole, page) {
+  if (!whole) {
+    whole = { ...page, network: [] };
+    page = { ...page, frames: [], strokes: [], logs: [], problems: [] };
+  }
+  whole.frames.push(...page.frames);
+  whole.logs.push(...page.logs);
+  whole.problems.push(...page.problems);
+  whole.duration = Math.max(whole.duration, page.duration);
+  if (whole.startTime === null) whole.startTime = page.startTime;
+  whole.device = page.device || whole.device;
+  whole.user = page.user || whole.user;
+  for (const stroke of page.strokes) {
+    const first = stroke.points[0];
+    let nearest = null;
+    let distance = Infinity;
+    if (first.phase !== "DOWN") {
+      for (const open of whole.strokes) {
+        if (open.ended) continue;
+        const last = open.points[open.points.length - 1];
+        const d = Math.hypot(last.x - first.x, last.y - first.y);
+        if (d < distance) [nearest, distance] = [open, d];
+      }
+    }
+    if (!nearest) {
+      whole.strokes.push(stroke);
+      continue;
+    }
+    nearest.points.push(...stroke.points);
+    nearest.end = stroke.end;
+    nearest.ended = stroke.ended;
+  }
+  whole.exchanges ??= new Map();
+  for (const exchange of page.network) {
+    const known = whole.exchanges.get(exchange.reqId);
+    if (!known) {
+      whole.exchanges.set(exchange.reqId, exchange);
+      whole.network.push(exchange);
+      continue;
+    }
+    for (const [key, value] of Object.entries(exchange)) if (known[key] === null) known[key] = value;
+  }
+  return whole;
+}
+
+async function loadDocument() {
+  let whole = null;
+  let after = null;
+  do {
+    const reply = await fetch(`${base}/replay.json${after === null ? "" : `?after=${after}`}`, { cache: "no-store" });
+    if (!reply.ok) throw new Error(reply.status === 404 ? "there is no such recording" : `HTTP ${reply.status}`);
+    const page = await reply.json();
+    whole = joinPage(whole, page);
+    after = page.next;
+  } while (after !== null);
+  whole.network.sort((a, b) => a.t - b.t);
+  delete whole.exchanges;
+  return whole;
+}
+
 async function main() {
   try {
-    const reply = await fetch(`${base}/replay.json`, { cache: "no-store" });
-    if (!reply.ok) throw new Error(reply.status === 404 ? "there is no such recording" : `HTTP ${reply.status}`);
-    doc = await reply.json();
+    doc = await loadDocument();
   } catch (error) {
     state.error = String(error.message || error);
     notice(`This recording cannot be loaded: ${state.error}.`);

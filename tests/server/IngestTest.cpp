@@ -95,10 +95,40 @@ TEST(ViewsTest, SessionPageListsEventsInOrderEscapedAndLinksAFrameServedByteForB
     EXPECT_TRUE(frame.body == capture.pdfdata()) << "got " << frame.body.size() << " bytes";
 }
 
+// A long recording is read a page at a time, each view naming the cursor of the next page.
+TEST(ViewsTest, ALongRecordingIsServedInPagesThatJoinUpExactly) {
+    RunningServer server;
+    const qm::Event log = everyKindOfEvent()[2];
+    std::vector<qm::Event> events(2500, log);
+    for (uint32_t seq = 0; seq < events.size(); ++seq) events[seq].set_seqid(seq);
+    ASSERT_EQ(post(server.ingestURL("long"), encodeBatch(events)).status, 201);
+
+    std::vector<uint32_t> seen;
+    std::string next = "";
+    do {
+        const Reply page = get(server.url("/app-1/s/long/0/events.json" + next));
+        ASSERT_EQ(page.status, 200);
+        const json document = json::parse(page.body);
+        EXPECT_LE(document["events"].size(), 1000u);
+        for (const auto& event : document["events"]) seen.push_back(event["seqID"]);
+        next = document["next"].is_null() ? "" : "?after=" + std::to_string(document["next"].get<uint32_t>());
+    } while (!next.empty());
+    ASSERT_EQ(seen.size(), 2500u);
+    for (uint32_t i = 0; i < seen.size(); ++i) ASSERT_EQ(seen[i], i);
+
+    const json small = json::parse(get(server.url("/app-1/s/long/0/replay.json?after=2489&limit=5")).body);
+    EXPECT_EQ(small["next"], 2494);
+    EXPECT_EQ(small["logs"].size(), 5u);
+    EXPECT_EQ(small["logs"][0]["seqID"], 2490);
+    EXPECT_NE(get(server.url("/app-1/s/long/0/events")).body.find("/events?after=999\">Next page"), npos);
+    for (const char* bad : {"?limit=0", "?limit=10001", "?after=x", "?after=-1"})
+        EXPECT_EQ(get(server.url("/app-1/s/long/0/events.json") + bad).status, 400) << bad;
+}
+
 TEST(ViewsTest, ListedAddressLeadsToASessionWhoseIdentifiersNeedEscaping) {
     RunningServer server;
     ASSERT_EQ(
-        post(server.url("/i?a=my%20app%2B1&r=rec%2F2&t=t&s=7&ir=t"), encodeBatch({}, "my app+1")).status,
+        post(server.url("/i?a=my%20app%2B1&r=rec%2F2&t=t&s=7&ir=t"), encodeBatch({everyKindOfEvent()[2]}, "my app+1")).status,
         201);
     const json list = json::parse(get(server.url("/recordings.json")).body)["recordings"];
     ASSERT_EQ(list.size(), 1u);
@@ -147,6 +177,18 @@ std::function<std::string()> spoiled(void (*spoil)(qm::Event&)) {
     };
 }
 
+// One good event whose seqID field is then repeated on the wire as 2^32 + 7, which protobuf alone
+// would read as 7.
+std::string seqIDPast32Bits() {
+    std::string event = everyKindOfEvent().front().SerializeAsString() + "\x28\x87\x80\x80\x80\x10";
+    std::string body = "\x0a";  // field 1, length-delimited: one event
+    for (std::size_t n = event.size(); ; n >>= 7) {
+        body += static_cast<char>((n & 0x7f) | (n > 0x7f ? 0x80 : 0));
+        if (n <= 0x7f) break;
+    }
+    return body + event;
+}
+
 class BadUploadTest : public testing::TestWithParam<BadUpload> {};
 
 TEST_P(BadUploadTest, IsRefusedAndStoresNothing) {
@@ -180,6 +222,9 @@ const BadUpload kBadUploads[] = {
     {"TimeNotFinite", kQuery,
      spoiled([](qm::Event& e) { e.set_time(std::numeric_limits<double>::quiet_NaN()); })},
     {"WrongMethod", kQuery, good, 405, "PUT"},
+    {"EmptyBody", kQuery, [] { return std::string(); }},
+    {"NoEvents", kQuery, [] { return encodeBatch({}); }},
+    {"SeqIDPast32Bits", kQuery, seqIDPast32Bits},
 };
 
 INSTANTIATE_TEST_SUITE_P(Table, BadUploadTest, testing::ValuesIn(kBadUploads),

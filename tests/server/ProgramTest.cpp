@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "server/ServerCommandLine.h"
+#include "server/store/SqliteStore.h"
 #include "tests/server/ServerHarness.h"
 #include "tests/support/Wait.h"
 
@@ -59,7 +60,7 @@ TEST(ProgramTest, ServesUntilSigtermThenExitsCleanlyKeepingTheStore) {
     pid = 0;
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     EXPECT_FALSE(fs::exists(ready));
-    EXPECT_EQ(qlm::ingest::RecordingStore(db.string()).events({"app-1", "rec-1", 0}).size(), 7u);
+    EXPECT_EQ(qlm::ingest::SqliteStore(db.string()).events({"app-1", "rec-1", 0}).size(), 7u);
 }
 
 using Arguments = std::vector<std::string>;

@@ -237,7 +237,7 @@ protected:
 };
 
 TEST_F(PageFilesTest, RelayedAddressServesThePlayerAndItsFilesWithTheirTypes) {
-    ASSERT_EQ(post(server.url("/i?a=my%20app&r=rec-1&t=t&s=0&ir=t"), encodeBatch({}, "my app")).status, 201);
+    ASSERT_EQ(post(server.url("/i?a=my%20app&r=rec-1&t=t&s=0&ir=t"), encodeBatch({everyKindOfEvent()[2]}, "my app")).status, 201);
     // As the library relays it: with the time of asking in the query.
     const Reply page = get(server.url("/my%20app/s/rec-1/0?t=1700000000000.5"));
     ASSERT_EQ(page.status, 200);

@@ -1,5 +1,7 @@
 #include "tests/server/ServerHarness.h"
 
+#include "server/store/SqliteStore.h"
+
 #include <arpa/inet.h>
 #include <curl/curl.h>
 #include <netinet/in.h>
@@ -103,7 +105,12 @@ Reply request(const std::string& method, const std::string& url, const std::stri
     return reply;
 }
 
-RawConnection::RawConnection(uint16_t port) : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+RawConnection::RawConnection(uint16_t port, const char* from)
+    : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in source{};
+    source.sin_family = AF_INET;
+    ::inet_pton(AF_INET, from, &source.sin_addr);
+    (void)::bind(fd_, reinterpret_cast<const sockaddr*>(&source), sizeof source);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
@@ -140,9 +147,19 @@ std::string RawConnection::readUntilClosed() {
     return received;
 }
 
-RunningServer::RunningServer(qlm::ingest::HttpServerOptions options, qlm::ingest::WebFolders web)
-    : store_(qlm::ingest::RecordingStore::createTemporary()),
-      server_(std::move(options),
+namespace {
+
+qlm::ingest::HttpServerOptions withSecurityHeaders(qlm::ingest::HttpServerOptions options) {
+    options.headers = qlm::ingest::IngestService::securityHeaders();
+    return options;
+}
+
+}  // namespace
+
+RunningServer::RunningServer(qlm::ingest::HttpServerOptions options, qlm::ingest::WebFolders web,
+                             std::unique_ptr<qlm::ingest::RecordingStore> store)
+    : store_(store ? std::move(store) : qlm::ingest::SqliteStore::createTemporary()),
+      server_(withSecurityHeaders(std::move(options)),
               [this](const qlm::ingest::HttpRequest& request) { return service_->handle(request); }) {
     server_.listen();
     service_.emplace(*store_, url(), web);

@@ -41,7 +41,9 @@ inline Reply post(const std::string& url, const std::string& body) {
 
 class RawConnection {
 public:
-    explicit RawConnection(uint16_t port);  // to 127.0.0.1; a failed connect makes send() fail
+    // To 127.0.0.1, from `from` (another loopback address stands for another client); a failed
+    // connect makes send() fail.
+    explicit RawConnection(uint16_t port, const char* from = "127.0.0.1");
     ~RawConnection();
     RawConnection(const RawConnection&) = delete;
     RawConnection& operator=(const RawConnection&) = delete;
@@ -56,10 +58,12 @@ private:
     bool closed_ = false;
 };
 
-// On an ephemeral loopback port with a temporary store; stopped, and the store removed, on destruction.
+// On an ephemeral loopback port with the security headers and a store: a temporary SQLite one unless
+// given; stopped, and a temporary store removed, on destruction.
 class RunningServer {
 public:
-    explicit RunningServer(qlm::ingest::HttpServerOptions options = {}, qlm::ingest::WebFolders web = {});
+    explicit RunningServer(qlm::ingest::HttpServerOptions options = {}, qlm::ingest::WebFolders web = {},
+                           std::unique_ptr<qlm::ingest::RecordingStore> store = nullptr);
 
     std::string url(std::string_view pathAndQuery = "") const {
         return "http://127.0.0.1:" + std::to_string(server_.port()) + std::string(pathAndQuery);

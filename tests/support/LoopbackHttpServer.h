@@ -1,7 +1,7 @@
 #pragma once
 // A real HTTP/1.1 server on 127.0.0.1 for tests: an ephemeral port, a thread per connection (at
 // most Options::maxConnections at once), keep-alive, request bodies by Content-Length or chunked,
-// and replies made by route handlers. A reply may come in pieces with pauses between them, after a
+// and replies made by route handlers. Requests are read and replies written by Boost.Beast. A reply may come in pieces with pauses between them, after a
 // pause, or not at all (the connection closes). Every request received is recorded.
 //
 // start() returns once the port listens; stop() (and the destructor) closes every connection,
@@ -12,6 +12,7 @@
 #include <functional>
 #include <list>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -93,29 +94,19 @@ public:
                          std::chrono::milliseconds timeout = std::chrono::milliseconds(5000)) const;
 
 private:
-    struct Connection {
-        int fd = -1;
-        std::thread thread;
-        bool done = false;
-    };
+    struct Connection;  // a socket and the thread serving it
+    struct Listener;    // the listening socket
 
     void acceptLoop();
     void serve(Connection* connection);
-    // Reads one request; nullopt at end of stream, on error, when stopping or idle too long.
-    std::optional<HttpRequest> readRequest(int fd, std::string& buffer);
-    bool readMore(int fd, std::string& buffer, std::chrono::milliseconds timeout);
-    bool reply(int fd, const HttpRequest& request, const HttpResponse& response, bool keepAlive);
-    bool sendAll(int fd, std::string_view data);
-    // Closes `fd` with a reset (RST) rather than an orderly end.
-    static void resetAndClose(int fd);
     // Sleeps for `delay` unless stop() comes first; false when stopping.
     bool pause(std::chrono::milliseconds delay);
     HttpResponse dispatch(const HttpRequest& request);
     void reapFinished();
 
     const Options options_;
-    int listenFd_ = -1;  // set by start() before the accept thread runs; closed by stop() after
-    int wakeFd_ = -1;    // eventfd, readable once stopping
+    std::unique_ptr<Listener> listener_;  // set by start() before the accept thread runs; reset by stop() after
+    int wakeFd_ = -1;                     // eventfd, readable once stopping
     uint16_t port_ = 0;  // set by start()
     std::thread acceptThread_;
 
@@ -123,7 +114,7 @@ private:
     mutable std::condition_variable changed_;
     std::map<std::pair<std::string, std::string>, HttpHandler> routes_;  // guarded by mutex_
     std::vector<HttpRequest> received_;                                  // guarded by mutex_
-    std::list<Connection> connections_;                                  // guarded by mutex_
+    std::list<std::unique_ptr<Connection>> connections_;                 // guarded by mutex_
     bool stopping_ = false;                                              // guarded by mutex_
     bool started_ = false;                                               // guarded by mutex_
 };
