@@ -17,18 +17,9 @@
 #include "engine/Configuration.h"
 #include "engine/Core.h"
 #include "engine/SDK.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/LoopbackHttpServer.h"
 #include "tests/support/Wait.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#include <sanitizer/common_interface_defs.h>
-#define QLM_SANITIZED_BUILD 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#include <sanitizer/common_interface_defs.h>
-#define QLM_SANITIZED_BUILD 1
-#endif
-#endif
 
 extern char** environ;
 
@@ -131,11 +122,7 @@ bool isScenarioProcess() {
 }
 
 int playScenarioFromEnvironment() {
-#ifdef QLM_SANITIZED_BUILD
-    // Reports go to the parent's log, not into pipes that log capture puts behind descriptor 2.
-    const int reports = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
-    __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(reports)));
-#endif
+    keepSanitizerReportsOnStandardError();
     const Scenario* scenario = findScenario(std::getenv(kScenarioVariable));
     const char* transcriptPath = std::getenv(kTranscriptVariable);
     if (!scenario || !transcriptPath) return 2;

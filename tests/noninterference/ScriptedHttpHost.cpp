@@ -17,6 +17,7 @@
 #include "platform/url/NSInputStream.h"
 #include "platform/url/NSURLSession.h"
 #include "platform/url/NSURLSessionDataDelegate.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/Wait.h"
 #include "wire/qm_network.pb.h"
 
@@ -35,19 +36,6 @@ std::string digest(std::string_view bytes) {
     char hex[17];
     std::snprintf(hex, sizeof hex, "%016zx", std::hash<std::string_view>{}(bytes));
     return std::to_string(bytes.size()) + " bytes #" + hex;
-}
-
-// A port that was free a moment ago and has no listener now.
-long closedPort() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    ::close(fd);
-    return ntohs(address.sin_port);
 }
 
 // Every request the library numbered is reported, each as exactly one request and one response.
@@ -250,7 +238,7 @@ void ScriptedHttpHost::play(const std::vector<std::pair<HostTask, SessionSetting
         auto session = NSURLSession::sessionWithConfiguration(configuration, delegate, nullptr);
 
         const std::string url = task.target == kRefusedPort
-                                    ? "http://127.0.0.1:" + std::to_string(closedPort()) + "/nobody"
+                                    ? "http://127.0.0.1:" + std::to_string(unusedLoopbackPort()) + "/nobody"
                                     : origin_->url(task.target);
         auto request = NSMutableURLRequest::requestWithURL(NSURL::URLWithString(url));
         request->setHTTPMethod(task.method);

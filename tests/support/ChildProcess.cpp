@@ -1,6 +1,9 @@
 #include "tests/support/ChildProcess.h"
 
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <gtest/gtest-spi.h>
 #include <unistd.h>
 
@@ -20,15 +23,31 @@
 
 namespace qlm_test {
 
+void keepSanitizerReportsOnStandardError() {
+#ifdef QLM_SANITIZED_BUILD
+    // Reports go where the parent looks, not into a console that the scenario stands up.
+    const int reports = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+    __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(reports)));
+#endif
+}
+
+int unusedLoopbackPort() {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    ::close(fd);
+    return ntohs(address.sin_port);
+}
+
 void inChildProcess(void (*scenario)()) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
-#ifdef QLM_SANITIZED_BUILD
-            // Reports go where the parent looks, not into a console that the scenario stands up.
-            const int reports = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
-            __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(reports)));
-#endif
+            keepSanitizerReportsOnStandardError();
             ::testing::TestPartResultArray results;
             {
                 const ::testing::ScopedFakeTestPartResultReporter reporter(

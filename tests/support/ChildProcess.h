@@ -10,4 +10,12 @@ namespace qlm_test {
 // which the parent shows; the scenario must have put that descriptor back by the time it returns.
 void inChildProcess(void (*scenario)());
 
+// In a sanitized build, points the sanitizers' reports at a copy of descriptor 2 as it is now, so
+// they reach the parent even while a scenario's log capture stands behind descriptor 2. Does
+// nothing in other builds.
+void keepSanitizerReportsOnStandardError();
+
+// A loopback TCP port that was free a moment ago and has no listener now.
+int unusedLoopbackPort();
+
 }  // namespace qlm_test

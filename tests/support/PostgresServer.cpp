@@ -1,5 +1,7 @@
 #include "tests/support/PostgresServer.h"
 
+#include "tests/support/ChildProcess.h"
+
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -22,18 +24,6 @@ std::string findBin() {
         if (fs::exists(version.path() / "bin" / "pg_ctl")) return (version.path() / "bin").string();
     }
     return {};
-}
-
-int freePort() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    ::close(fd);
-    return ntohs(address.sin_port);
 }
 
 // Runs a PostgreSQL program, as the postgres user when we are root. Paths here are our own, with
@@ -66,7 +56,7 @@ std::unique_ptr<PostgresServer> PostgresServer::start(std::string& error) {
         return nullptr;
     }
     if (::geteuid() == 0) std::system(("chown postgres: " + folder).c_str());
-    const int port = freePort();
+    const int port = unusedLoopbackPort();
     const std::string data = folder + "/data";
     const bool started =
         runAsOwner(bin + "/initdb --no-sync -A trust -U qlm -E UTF8 -D " + data) &&
