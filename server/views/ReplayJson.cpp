@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "server/ingest/ValueText.h"
 #include "server/views/HtmlPages.h"
 
 namespace qlm::ingest {
@@ -13,14 +14,6 @@ namespace qlm::ingest {
 using nlohmann::json;
 
 namespace {
-
-// The readable text of one qm.utils.Value: captured output and HTTP bodies arrive as a JSON array
-// holding the one text, which is unwrapped; anything else (addLog's plain strings) is kept as is.
-std::string valueText(std::string_view arson) {
-    const json parsed = json::parse(arson, nullptr, false);
-    if (parsed.is_array() && parsed.size() == 1 && parsed[0].is_string()) return parsed[0].get<std::string>();
-    return std::string(arson);
-}
 
 // A number field of protobuf's JSON form; floats that are not finite are printed as strings there,
 // and absent fields mean the default.

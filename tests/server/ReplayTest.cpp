@@ -7,9 +7,6 @@
 #include <nlohmann/json.hpp>
 
 #include "capture/network/JsonValue.h"
-#include "capture/screen/RecursiveViewProcessor.h"
-#include "platform/uikit/UILabel.h"
-#include "platform/uikit/UIView.h"
 #include "server/views/ReplayJson.h"
 #include "tests/server/ServerHarness.h"
 #include "wire/qm_core.pb.h"
@@ -21,28 +18,6 @@ namespace {
 
 using nlohmann::json;
 namespace fs = std::filesystem;
-
-// A screen as the scanner captures it: one label on a view the size of the screen.
-qm::ios::PDFViewCapture capturedScreen(const std::string& text) {
-    auto root = platform::UIView::make(platform::CGRectMake(0, 0, 390, 844));
-    auto label = platform::UIView::make<platform::UILabel>(platform::CGRectMake(20, 40, 300, 30));
-    label->setText(text);
-    root->addSubview(label);
-    const quillmere::RecursiveViewProcessor processor({});
-    const auto pdf = processor.renderViews({root});
-    qm::ios::PDFViewCapture capture;
-    capture.set_pdfdata(std::string(pdf->view()));
-    capture.set_width(390);
-    capture.set_height(844);
-    return capture;
-}
-
-qm::core::LogEvent capturedOutput(const std::string& text, qm::core::LogEvent::LogLevel level) {
-    qm::core::LogEvent log;
-    log.set_loglevel(level);
-    *log.add_args() = *quillmere::jsonValue(text);
-    return log;
-}
 
 qm::ios::TouchEvent touch(qm::ios::TouchEvent::MotionType type, float x, float y, double eventTime) {
     qm::ios::TouchEvent event;
