@@ -1,8 +1,11 @@
 #include "server/app/IngestService.h"
 
+#include <cctype>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "server/app/HarStream.h"
 #include "server/http/QueryString.h"
 #include "server/ingest/IngestRequest.h"
 #include "server/store/StoreError.h"
@@ -91,6 +94,8 @@ IngestService::IngestService(RecordingStore& store, std::string dashboardURL, co
                 [this](const HttpRequest&, const RouteParams& params) { return asset(pdfjsFiles_, params); });
     router_.add("GET", "/{app}/s/{recording}/{session}/events.json",
                 [this](const HttpRequest& request, const RouteParams& params) { return sessionJson(request, params); });
+    router_.add("GET", "/{app}/s/{recording}/{session}/network.har",
+                [this](const HttpRequest&, const RouteParams& params) { return networkHar(params); });
     router_.add("GET", "/{app}/s/{recording}/{session}/frames/{seq}.pdf",
                 [this](const HttpRequest&, const RouteParams& params) { return frame(params); });
     router_.setNotFound(
@@ -219,6 +224,21 @@ HttpResponse IngestService::sessionJson(const HttpRequest& request, const RouteP
     if (!found) return HttpResponse::json(404, R"({"error":"unknown recording"})");
     const EventPage page = pageOf(found->first, wanted->after, wanted->limit);
     return uncached(HttpResponse::json(200, eventsJson(found->second, page.events, page.next)));
+}
+
+HttpResponse IngestService::networkHar(const RouteParams& params) const {
+    const auto found = recordingOf(params);
+    if (!found) return HttpResponse::json(404, R"({"error":"unknown recording"})");
+    const auto& [key, recording] = *found;
+    // Saved under a name made of the recording's, with only what every file system takes.
+    std::string name = key.recordingID + "-" + std::to_string(key.sessionID);
+    for (char& c : name) {
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_' && c != '.') c = '_';
+    }
+    HttpResponse response = HttpResponse::json(200, "");
+    response.headers.emplace_back("Content-Disposition", "attachment; filename=\"" + name + ".har\"");
+    response.stream = [har = std::make_shared<HarStream>(store_, recording)] { return har->next(); };
+    return uncached(std::move(response));
 }
 
 HttpResponse IngestService::frame(const RouteParams& params) const {

@@ -8,6 +8,7 @@
 //   GET  /<appID>/s/<recordingID>/<session>/events  a session's events (HTML)
 //   GET  /<appID>/s/<recordingID>/<session>/events.json    (these three a page at a time)
 //   GET  /<appID>/s/<recordingID>/<session>/replay.json   the player's document (ReplayJson.h)
+//   GET  /<appID>/s/<recordingID>/<session>/network.har   its network exchanges as HAR 1.2, streamed
 //   GET  /<appID>/s/<recordingID>/<session>/frames/<seqID>.pdf
 //   GET  /assets/<file>, /assets/pdfjs/<file>       the replay page's files and pdf.js
 // handle() is safe from any thread; the store must outlive the service.
@@ -59,6 +60,7 @@ private:
     HttpResponse eventListPage(const HttpRequest& request, const RouteParams& params) const;
     HttpResponse replayDocument(const HttpRequest& request, const RouteParams& params) const;
     static HttpResponse asset(const StaticFiles& files, const RouteParams& params);
+    HttpResponse networkHar(const RouteParams& params) const;
     HttpResponse frame(const RouteParams& params) const;
     // The recording the route names, if the store has it.
     std::optional<std::pair<RecordingKey, RecordingSummary>> recordingOf(const RouteParams& params) const;
