@@ -11,24 +11,26 @@ namespace qlm::ingest {
 
 namespace {
 
-std::string field(const char* name, const std::string& value, const char* label, const char* type = "text") {
+std::string field(const char* name, const std::string& value, const char* label, const char* type = "text",
+                  const char* placeholder = "") {
     return std::string("<label>") + label + " <input type=\"" + type + "\" name=\"" + name + "\" value=\"" +
-           escapeHtml(value) + "\"></label>";
+           escapeHtml(value) + "\" placeholder=\"" + placeholder + "\"></label>";
 }
 
 std::string searchForm(const ListingQuery& query) {
     return "<form class=\"search\" method=\"get\" action=\"/\">\n<p><input type=\"search\" name=\"q\" "
-           "id=\"q\" value=\"" +
+           "id=\"q\" "
+           "value=\"" +
            escapeHtml(query.text) +
            "\" placeholder=\"Words on the screen, in a log line or in an address\" aria-label=\"Search what "
            "users "
            "saw\"> <button type=\"submit\">Search</button> <a href=\"/\">Clear</a></p>\n<p "
            "class=\"filters\">" +
            field("app", query.appID, "App") + field("user", query.userID, "User id") +
-           field("trait", query.trait, "Trait (name=value)") +
-           field("from", query.from, "From (UTC)", "datetime-local") +
-           field("to", query.to, "To (UTC)", "datetime-local") +
-           "<label><input type=\"checkbox\" name=\"errors\" value=\"1\"" +
+           field("trait", query.trait, "Trait", "text", "name=value") +
+           field("from", query.from, "Seen from", "datetime-local") +
+           field("to", query.to, "to", "datetime-local") +
+           "<span class=\"muted\">UTC</span><label><input type=\"checkbox\" name=\"errors\" value=\"1\"" +
            (query.withErrors ? " checked" : "") + "> Has errors</label></p>\n</form>\n";
 }
 
@@ -63,7 +65,8 @@ std::string momentKind(std::string_view type) {
 }
 
 std::string momentLink(const RecordingKey& key, const SearchMoment& moment, const std::string& queryText) {
-    const double at = std::isfinite(moment.timeOffset) ? std::max(0.0, std::round(moment.timeOffset)) : 0;
+    // Rounded up: the player shows the last capture taken at or before the time it is given.
+    const double at = std::isfinite(moment.timeOffset) ? std::max(0.0, std::ceil(moment.timeOffset)) : 0;
     return recordingPath(key) + "#at=" + std::to_string(static_cast<long long>(at)) +
            (queryText.empty() ? "" : "&q=" + percentEncode(queryText));
 }
@@ -76,9 +79,9 @@ std::string recordingListPage(const ListingQuery& query, const RecordingPage& pa
     if (page.recordings.empty()) {
         content += filtered ? "No recordings match." : "No recordings.";
     } else {
-        content += std::to_string(page.recordings.size()) + " recordings" +
-                   (page.next ? " on this page" : "") + (filtered ? " that match" : "") +
-                   ", most recent first.";
+        const std::size_t count = page.recordings.size();
+        content += std::to_string(count) + (count == 1 ? " recording" : " recordings") +
+                   (page.next ? " on this page" : "") + (filtered ? " found" : "") + ", most recent first.";
     }
     content += " <a href=\"/recordings.json" + escapeHtml(filters) + "\">JSON</a></p>\n";
     if (page.recordings.empty()) {

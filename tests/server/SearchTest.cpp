@@ -51,7 +51,7 @@ protected:
         // The demo's sign-in screen: its password typed into the secure field.
         const std::vector<qm::Event> signIn = {
             eventAt(0, 0, user("user-42", "pro")),
-            eventAt(1, 1000, capturedScreen("Card frozen", demo::TouchScript::kPassword)),
+            eventAt(1, 999.6, capturedScreen("Card frozen", demo::TouchScript::kPassword)),
             eventAt(2, 1500, capturedOutput("demo: synced the cart\n")), eventAt(3, 2000, request),
             eventAt(4, 2500, failed)};
         ASSERT_EQ(post(server.ingestURL("rec-1"), encodeBatch(signIn)).status, 201);
@@ -80,8 +80,8 @@ protected:
 TEST_F(ListingTest, FindsTheMomentsWordsWereSeenAndFiltersButNeverWhatRedactionKeptOut) {
     using Found = std::vector<std::pair<std::string, std::vector<double>>>;
     const std::pair<std::string, Found> cases[] = {
-        {"?q=frozen", {{"rec-1", {1000}}}},
-        {"?q=Card+FROZ", {{"rec-1", {1000}}}},
+        {"?q=frozen", {{"rec-1", {999.6}}}},
+        {"?q=Card+FROZ", {{"rec-1", {999.6}}}},
         {"?q=correct+horse+battery+staple", {}},
         {"?q=correct", {}},
         {"?q=synced", {{"rec-1", {1500}}}},
@@ -99,6 +99,7 @@ TEST_F(ListingTest, FindsTheMomentsWordsWereSeenAndFiltersButNeverWhatRedactionK
     for (const auto& [query, expected] : cases) EXPECT_EQ(found(query), expected) << query;
 
     const json first = json::parse(get(server.url("/recordings.json?q=frozen&limit=1")).body);
+    // Rounded up, so that the player shows that capture and not the one before.
     EXPECT_EQ(first["recordings"][0]["moments"][0]["url"], "/app-1/s/rec-1/0#at=1000&q=frozen");
     EXPECT_EQ(first["recordings"][0]["userIDs"], json::array({"user-42"}));
     EXPECT_TRUE(first["recordings"][0]["hasErrors"]);
