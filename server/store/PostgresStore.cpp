@@ -69,16 +69,14 @@ const std::string kSelectRecording = std::string(kRecordingColumns) + " FROM rec
 // The listing's filters; a NULL parameter lets every recording through.
 constexpr const char* kFilters =
     "WHERE ($1::text IS NULL OR r.appID = $1) "
-    "AND ($2::text IS NULL OR EXISTS (SELECT 1 FROM recording_tags t WHERE t.recording = r.id AND t.kind = "
-    "'user' "
-    "AND t.name = '' AND t.value = $2)) "
-    "AND ($3::text IS NULL OR EXISTS (SELECT 1 FROM recording_tags t WHERE t.recording = r.id AND t.kind = "
-    "'trait' "
-    "AND t.name = $3 AND ($4::text IS NULL OR t.value = $4))) "
-    "AND ($5::double precision IS NULL OR r.lastSeen >= $5) AND ($6::double precision IS NULL OR r.firstSeen "
-    "<= $6) "
-    "AND ($7::boolean IS NULL OR EXISTS (SELECT 1 FROM recording_tags t WHERE t.recording = r.id AND t.kind "
-    "= 'error')) "
+    "AND ($2::text IS NULL OR EXISTS (SELECT 1 FROM recording_tags t "
+    "WHERE t.recording = r.id AND t.kind = 'user' AND t.name = '' AND t.value = $2)) "
+    "AND ($3::text IS NULL OR EXISTS (SELECT 1 FROM recording_tags t "
+    "WHERE t.recording = r.id AND t.kind = 'trait' AND t.name = $3 AND ($4::text IS NULL OR t.value = $4))) "
+    "AND ($5::double precision IS NULL OR r.lastSeen >= $5) "
+    "AND ($6::double precision IS NULL OR r.firstSeen <= $6) "
+    "AND ($7::boolean IS NULL OR EXISTS (SELECT 1 FROM recording_tags t "
+    "WHERE t.recording = r.id AND t.kind = 'error')) "
     "AND ($8::double precision IS NULL OR r.lastSeen < $8 OR (r.lastSeen = $8 AND r.id < $9::bigint)) "
     "ORDER BY r.lastSeen DESC, r.id DESC LIMIT $10::bigint";
 

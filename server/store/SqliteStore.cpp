@@ -66,13 +66,13 @@ const std::string kSelectRecording = std::string(kRecordingColumns) + " FROM rec
 // The listing's filters; a parameter left unbound (NULL) lets every recording through.
 constexpr const char* kFilters =
     "WHERE (?1 IS NULL OR r.appID = ?1) "
-    "AND (?2 IS NULL OR EXISTS (SELECT 1 FROM recording_tags t WHERE t.recording = r.id AND t.kind = 'user' "
-    "AND t.name = '' AND t.value = ?2)) "
-    "AND (?3 IS NULL OR EXISTS (SELECT 1 FROM recording_tags t WHERE t.recording = r.id AND t.kind = 'trait' "
-    "AND t.name = ?3 AND (?4 IS NULL OR t.value = ?4))) "
+    "AND (?2 IS NULL OR EXISTS (SELECT 1 FROM recording_tags t "
+    "WHERE t.recording = r.id AND t.kind = 'user' AND t.name = '' AND t.value = ?2)) "
+    "AND (?3 IS NULL OR EXISTS (SELECT 1 FROM recording_tags t "
+    "WHERE t.recording = r.id AND t.kind = 'trait' AND t.name = ?3 AND (?4 IS NULL OR t.value = ?4))) "
     "AND (?5 IS NULL OR r.lastSeen >= ?5) AND (?6 IS NULL OR r.firstSeen <= ?6) "
-    "AND (?7 IS NULL OR EXISTS (SELECT 1 FROM recording_tags t WHERE t.recording = r.id AND t.kind = "
-    "'error')) "
+    "AND (?7 IS NULL OR EXISTS (SELECT 1 FROM recording_tags t "
+    "WHERE t.recording = r.id AND t.kind = 'error')) "
     "AND (?8 IS NULL OR r.lastSeen < ?8 OR (r.lastSeen = ?8 AND r.id < ?9)) "
     "ORDER BY r.lastSeen DESC, r.id DESC LIMIT ?10";
 
