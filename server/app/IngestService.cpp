@@ -1,12 +1,17 @@
 #include "server/app/IngestService.h"
 
+#include <cctype>
+#include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 
+#include "server/app/HarStream.h"
 #include "server/http/QueryString.h"
 #include "server/ingest/IngestRequest.h"
 #include "server/store/StoreError.h"
 #include "server/views/HtmlPages.h"
 #include "server/views/JsonViews.h"
+#include "server/views/ListingPage.h"
 #include "server/views/ReplayJson.h"
 #include "wire/qm_ios.pb.h"
 
@@ -19,6 +24,9 @@ std::optional<RecordingKey> keyOf(const RouteParams& params) {
     if (!session) return std::nullopt;
     return RecordingKey{params.at("app"), params.at("recording"), *session};
 }
+
+// Each recording of a search's page shows this many of its matches.
+constexpr std::size_t kMomentsShown = 12;
 
 // Views hold one page of events at a time. The cursor is the last seqID of the page before.
 constexpr std::size_t kDefaultPage = 1000;
@@ -70,9 +78,10 @@ IngestService::IngestService(RecordingStore& store, std::string dashboardURL, co
     : store_(store), dashboardURL_(std::move(dashboardURL)), pageFiles_(web.page), pdfjsFiles_(web.pdfjs) {
     router_.add("POST", "/**/i",
                 [this](const HttpRequest& request, const RouteParams&) { return ingest(request); });
-    router_.add("GET", "/", [this](const HttpRequest&, const RouteParams&) { return listPage(); });
+    router_.add("GET", "/",
+                [this](const HttpRequest& request, const RouteParams&) { return listPage(request); });
     router_.add("GET", "/recordings.json",
-                [this](const HttpRequest&, const RouteParams&) { return listJson(); });
+                [this](const HttpRequest& request, const RouteParams&) { return listJson(request); });
     router_.add("GET", "/{app}/s/{recording}/{session}",
                 [this](const HttpRequest&, const RouteParams& params) { return sessionPage(params); });
     router_.add("GET", "/{app}/s/{recording}/{session}/events",
@@ -85,6 +94,8 @@ IngestService::IngestService(RecordingStore& store, std::string dashboardURL, co
                 [this](const HttpRequest&, const RouteParams& params) { return asset(pdfjsFiles_, params); });
     router_.add("GET", "/{app}/s/{recording}/{session}/events.json",
                 [this](const HttpRequest& request, const RouteParams& params) { return sessionJson(request, params); });
+    router_.add("GET", "/{app}/s/{recording}/{session}/network.har",
+                [this](const HttpRequest&, const RouteParams& params) { return networkHar(params); });
     router_.add("GET", "/{app}/s/{recording}/{session}/frames/{seq}.pdf",
                 [this](const HttpRequest&, const RouteParams& params) { return frame(params); });
     router_.setNotFound(
@@ -95,7 +106,7 @@ std::vector<std::pair<std::string, std::string>> IngestService::securityHeaders(
     return {{"Content-Security-Policy",
              "default-src 'none'; script-src 'self'; style-src 'self'; worker-src 'self'; "
              "connect-src 'self'; img-src 'self' data: blob:; font-src 'self' data:; base-uri 'none'; "
-             "form-action 'none'; frame-ancestors 'none'"},
+             "form-action 'self'; frame-ancestors 'none'"},
             {"X-Content-Type-Options", "nosniff"},
             {"Referrer-Policy", "no-referrer"}};
 }
@@ -115,12 +126,30 @@ HttpResponse IngestService::ingest(const HttpRequest& request) const {
     return HttpResponse::json(201, dashboardRelayJson(dashboardURL_));
 }
 
-HttpResponse IngestService::listPage() const {
-    return uncached(HttpResponse::html(200, recordingListPage(store_.recordings())));
+std::variant<std::pair<ListingQuery, RecordingPage>, std::string> IngestService::listing(
+    const HttpRequest& request) const {
+    auto parsed = parseListingQuery(request.rawQuery);
+    if (auto* error = std::get_if<std::string>(&parsed)) return std::move(*error);
+    ListingQuery& query = std::get<ListingQuery>(parsed);
+    RecordingPage page;
+    if (!query.matchesNothing())
+        page = store_.findRecordings(query.filter, query.after, query.limit, kMomentsShown);
+    return std::pair{std::move(query), std::move(page)};
 }
 
-HttpResponse IngestService::listJson() const {
-    return uncached(HttpResponse::json(200, recordingsJson(store_.recordings())));
+HttpResponse IngestService::listPage(const HttpRequest& request) const {
+    const auto found = listing(request);
+    if (auto* error = std::get_if<std::string>(&found)) return HttpResponse::text(400, *error + "\n");
+    const auto& [query, page] = std::get<0>(found);
+    return uncached(HttpResponse::html(200, recordingListPage(query, page)));
+}
+
+HttpResponse IngestService::listJson(const HttpRequest& request) const {
+    const auto found = listing(request);
+    if (auto* error = std::get_if<std::string>(&found))
+        return HttpResponse::json(400, nlohmann::json{{"error", *error}}.dump());
+    const auto& [query, page] = std::get<0>(found);
+    return uncached(HttpResponse::json(200, recordingsJson(page, query.text)));
 }
 
 std::optional<std::pair<RecordingKey, RecordingSummary>> IngestService::recordingOf(
@@ -195,6 +224,21 @@ HttpResponse IngestService::sessionJson(const HttpRequest& request, const RouteP
     if (!found) return HttpResponse::json(404, R"({"error":"unknown recording"})");
     const EventPage page = pageOf(found->first, wanted->after, wanted->limit);
     return uncached(HttpResponse::json(200, eventsJson(found->second, page.events, page.next)));
+}
+
+HttpResponse IngestService::networkHar(const RouteParams& params) const {
+    const auto found = recordingOf(params);
+    if (!found) return HttpResponse::json(404, R"({"error":"unknown recording"})");
+    const auto& [key, recording] = *found;
+    // Saved under a name made of the recording's, with only what every file system takes.
+    std::string name = key.recordingID + "-" + std::to_string(key.sessionID);
+    for (char& c : name) {
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_' && c != '.') c = '_';
+    }
+    HttpResponse response = HttpResponse::json(200, "");
+    response.headers.emplace_back("Content-Disposition", "attachment; filename=\"" + name + ".har\"");
+    response.stream = [har = std::make_shared<HarStream>(store_, recording)] { return har->next(); };
+    return uncached(std::move(response));
 }
 
 HttpResponse IngestService::frame(const RouteParams& params) const {

@@ -2,7 +2,7 @@
 
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/beast/http/empty_body.hpp>
+#include <boost/beast/http/chunk_encode.hpp>
 #include <boost/beast/http/error.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/write.hpp>
@@ -39,6 +39,19 @@ HttpResponse handleSafely(const HttpServer::Handler& handler, const HttpRequest&
     } catch (...) {
     }
     return HttpResponse{500, {}, {}};
+}
+
+// The fields every reply has, whatever its body.
+void fillHead(http::response_header<>& head, const HttpServerOptions& options, const HttpResponse& response,
+              bool keepAlive) {
+    head.version(11);
+    head.result(static_cast<unsigned>(response.status));
+    const std::string_view reason = reasonPhrase(response.status);
+    head.reason(boost::beast::string_view(reason.data(), reason.size()));
+    for (const auto& [name, value] : options.headers) head.insert(name, value);
+    for (const auto& [name, value] : response.headers) head.insert(name, value);
+    head.set(http::field::connection, keepAlive ? "keep-alive" : "close");
+    head.set(http::field::server, "quillmere-ingest");
 }
 
 HttpRequest toRequest(http::request<http::string_body>&& message) {
@@ -168,39 +181,82 @@ void HttpSession::onBody(error_code error) {
     parser_.reset();
     const bool keepAlive = message.keep_alive();
     const bool omitBody = message.method() == http::verb::head;
+    const bool http10 = message.version() == 10;
     const HttpRequest request = toRequest(std::move(message));
     handling_ = true;
     HttpResponse response = handleSafely(server_.handler_, request);
     // After a 400 nothing that follows on the connection can be trusted to be framed right.
     const bool keep = keepAlive && response.status != 400 && !server_.stopping();
-    respond(std::move(response), keep, omitBody);
+    respond(std::move(response), keep, omitBody, http10);
 }
 
 void HttpSession::prepareReply(HttpResponse response, bool keepAlive, bool omitBody) {
     reply_.emplace();
-    reply_->version(11);
-    reply_->result(static_cast<unsigned>(response.status));
-    const std::string_view reason = reasonPhrase(response.status);
-    reply_->reason(boost::beast::string_view(reason.data(), reason.size()));
-    for (const auto& [name, value] : server_.options_.headers) reply_->insert(name, value);
-    for (const auto& [name, value] : response.headers) reply_->insert(name, value);
+    fillHead(*reply_, server_.options_, response, keepAlive);
     reply_->set(http::field::content_length, std::to_string(response.body.size()));
-    reply_->set(http::field::connection, keepAlive ? "keep-alive" : "close");
-    reply_->set(http::field::server, "quillmere-ingest");
     if (!omitBody) reply_->body() = std::move(response.body);
     arm(server_.options_.writeTimeout);
 }
 
-void HttpSession::respond(HttpResponse response, bool keepAlive, bool omitBody) {
+void HttpSession::respond(HttpResponse response, bool keepAlive, bool omitBody, bool http10) {
+    if (response.stream) return respondInPieces(std::move(response), keepAlive, omitBody, http10);
     prepareReply(std::move(response), keepAlive, omitBody);
     http::async_write(stream_, *reply_, [self = shared_from_this(), keepAlive](error_code error, std::size_t) {
         self->onWritten(error, keepAlive);
     });
 }
 
+void HttpSession::respondInPieces(HttpResponse response, bool keepAlive, bool omitBody, bool http10) {
+    // HTTP/1.0 knows no chunks: there the body ends where the connection does.
+    chunked_ = !http10;
+    keepAlive = keepAlive && chunked_;
+    pieces_ = std::move(response.stream);
+    streamedHead_.emplace();
+    fillHead(*streamedHead_, server_.options_, response, keepAlive);
+    if (chunked_) streamedHead_->chunked(true);
+    streamedHeadWriter_.emplace(*streamedHead_);
+    arm(server_.options_.writeTimeout);
+    http::async_write_header(stream_, *streamedHeadWriter_,
+                             [self = shared_from_this(), keepAlive, omitBody](error_code error, std::size_t) {
+                                 if (error) return self->close();
+                                 if (omitBody) return self->onWritten({}, keepAlive);
+                                 self->writeNextPiece(keepAlive);
+                             });
+}
+
+void HttpSession::writeNextPiece(bool keepAlive) {
+    std::optional<std::string> piece;
+    try {
+        do {
+            piece = pieces_();
+        } while (piece && piece->empty());  // an empty chunk would end the body
+    } catch (...) {
+        return close();
+    }
+    arm(server_.options_.writeTimeout);
+    if (!piece) {
+        if (!chunked_) return onWritten({}, false);
+        return net::async_write(stream_, http::make_chunk_last(),
+                                [self = shared_from_this(), keepAlive](error_code error, std::size_t) {
+                                    self->onWritten(error, keepAlive);
+                                });
+    }
+    piece_ = std::move(*piece);
+    const auto next = [self = shared_from_this(), keepAlive](error_code error, std::size_t) {
+        if (error) return self->close();
+        self->writeNextPiece(keepAlive);
+    };
+    if (chunked_) return net::async_write(stream_, http::make_chunk(net::buffer(piece_)), next);
+    net::async_write(stream_, net::buffer(piece_), next);
+}
+
 void HttpSession::onWritten(error_code error, bool keepAlive) {
     handling_ = false;
     reply_.reset();
+    streamedHeadWriter_.reset();
+    streamedHead_.reset();
+    pieces_ = nullptr;
+    piece_.clear();
     if (error || !keepAlive) return close();
     waitForRequest(server_.options_.idleTimeout);
 }

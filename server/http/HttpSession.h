@@ -9,10 +9,13 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
+#include <boost/beast/http/empty_body.hpp>
 #include <boost/beast/http/message.hpp>
 #include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/serializer.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,6 +44,8 @@ public:
 private:
     using Parser = boost::beast::http::request_parser<boost::beast::http::string_body>;
     using Reply = boost::beast::http::response<boost::beast::http::string_body>;
+    using StreamedHead = boost::beast::http::response<boost::beast::http::empty_body>;
+    using StreamedHeadWriter = boost::beast::http::response_serializer<boost::beast::http::empty_body>;
 
     void waitForRequest(std::chrono::milliseconds idle);
     void readHead();
@@ -50,7 +55,11 @@ private:
     bool namesAnotherVersion() const;
     // Puts the reply into reply_ with the server's own fields, and starts the write deadline.
     void prepareReply(HttpResponse response, bool keepAlive, bool omitBody);
-    void respond(HttpResponse response, bool keepAlive, bool omitBody);
+    void respond(HttpResponse response, bool keepAlive, bool omitBody, bool http10);
+    // A reply whose body comes from response.stream: the head, then a piece at a time, each write
+    // under the write deadline.
+    void respondInPieces(HttpResponse response, bool keepAlive, bool omitBody, bool http10);
+    void writeNextPiece(bool keepAlive);
     void onWritten(boost::beast::error_code error, bool keepAlive);
     // Answers, then closes: shuts down sending and reads what the client still sends for a short
     // while, so the reply is not destroyed by a reset before the client has read it.
@@ -67,6 +76,11 @@ private:
     boost::beast::flat_buffer buffer_;
     std::optional<Parser> parser_;
     std::optional<Reply> reply_;
+    std::optional<StreamedHead> streamedHead_;
+    std::optional<StreamedHeadWriter> streamedHeadWriter_;
+    std::function<std::optional<std::string>()> pieces_;  // of the reply being streamed
+    std::string piece_;                                   // the piece being written
+    bool chunked_ = false;                                // the streamed reply goes out in chunks
     std::string address_;
     std::string sink_;
     std::size_t drained_ = 0;

@@ -1,5 +1,7 @@
 #include "server/http/QueryString.h"
 
+#include <algorithm>
+
 namespace qlm::ingest {
 
 namespace {
@@ -52,7 +54,13 @@ std::string percentEncode(std::string_view text) {
     return out;
 }
 
-std::optional<QueryParameters> parseQuery(std::string_view rawQuery) {
+std::optional<QueryParameters> parseQuery(std::string_view rawQuery, QueryForm form) {
+    std::string spaced;
+    if (form == QueryForm::htmlForm) {
+        spaced = rawQuery;
+        std::replace(spaced.begin(), spaced.end(), '+', ' ');
+        rawQuery = spaced;
+    }
     QueryParameters parameters;
     while (!rawQuery.empty()) {
         const std::size_t amp = rawQuery.find('&');

@@ -124,6 +124,9 @@ IngestDecoding decodeIngestRequest(std::string_view rawQuery, std::string_view b
             return reject(where + "the message cannot be shown as JSON");
         }
         decoded.summary = summarizeEvent(*message);
+        EventIndexEntry index = indexEvent(*message);
+        decoded.words = std::move(index.words);
+        decoded.tags = std::move(index.tags);
         decoded.data = std::move(*event.mutable_data());
         batch.events.push_back(std::move(decoded));
     }

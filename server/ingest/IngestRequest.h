@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "server/ingest/EventIndex.h"
+
 namespace qlm::ingest {
 
 inline constexpr std::size_t kMaxIdentifierBytes = 256;
@@ -33,6 +35,8 @@ struct DecodedEvent {
     std::string data;       // the inner message's bytes as received
     std::string json;       // renderEventJson() of the inner message
     std::string summary;    // summarizeEvent() of the inner message
+    std::string words;      // indexEvent(): what the event showed, as the text index holds it
+    std::vector<RecordingTag> tags;  // indexEvent(): what the listing filters its recording by
 };
 
 struct IngestBatch {

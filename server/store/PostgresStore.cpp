@@ -2,10 +2,12 @@
 
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <limits>
 #include <pqxx/pqxx>
 
 #include "server/store/StoreError.h"
+#include "server/store/StoredLists.h"
 
 namespace qlm::ingest {
 
@@ -38,11 +40,88 @@ CREATE TABLE IF NOT EXISTS events (
     PRIMARY KEY (recording, seqID)
 );
 CREATE INDEX IF NOT EXISTS events_by_type ON events (recording, type);
+-- The words each event showed, as lexemes without positions: a query asks which events hold words
+-- beginning so, and nothing more.
+CREATE TABLE IF NOT EXISTS event_words (
+    recording BIGINT NOT NULL,
+    seqID BIGINT NOT NULL,
+    words TSVECTOR NOT NULL,
+    FOREIGN KEY (recording, seqID) REFERENCES events (recording, seqID)
+);
+CREATE INDEX IF NOT EXISTS event_words_by_word ON event_words USING GIN (words);
+CREATE TABLE IF NOT EXISTS recording_tags (
+    recording BIGINT NOT NULL REFERENCES recordings (id),
+    kind TEXT NOT NULL,
+    name TEXT NOT NULL,
+    value TEXT NOT NULL,
+    PRIMARY KEY (recording, kind, name, value)
+);
 )sql";
 
-constexpr const char* kSelectRecording =
+constexpr const char* kRecordingColumns =
     "SELECT r.appID, r.recordingID, r.sessionID, r.tabID, r.firstSeen, r.lastSeen, "
-    "(SELECT count(*) FROM events e WHERE e.recording = r.id) FROM recordings r ";
+    "(SELECT count(*) FROM events e WHERE e.recording = r.id), r.id, "
+    "EXISTS (SELECT 1 FROM recording_tags t WHERE t.recording = r.id AND t.kind = 'error'), "
+    "(SELECT coalesce(json_agg(t.value), '[]')::text FROM recording_tags t WHERE t.recording = r.id "
+    "AND t.kind = 'user')";
+const std::string kSelectRecording = std::string(kRecordingColumns) + " FROM recordings r ";
+
+// The listing's filters; a NULL parameter lets every recording through.
+constexpr const char* kFilters =
+    "WHERE ($1::text IS NULL OR r.appID = $1) "
+    "AND ($2::text IS NULL OR EXISTS (SELECT 1 FROM recording_tags t "
+    "WHERE t.recording = r.id AND t.kind = 'user' AND t.name = '' AND t.value = $2)) "
+    "AND ($3::text IS NULL OR EXISTS (SELECT 1 FROM recording_tags t "
+    "WHERE t.recording = r.id AND t.kind = 'trait' AND t.name = $3 AND ($4::text IS NULL OR t.value = $4))) "
+    "AND ($5::double precision IS NULL OR r.lastSeen >= $5) "
+    "AND ($6::double precision IS NULL OR r.firstSeen <= $6) "
+    "AND ($7::boolean IS NULL OR EXISTS (SELECT 1 FROM recording_tags t "
+    "WHERE t.recording = r.id AND t.kind = 'error')) "
+    "AND ($8::double precision IS NULL OR r.lastSeen < $8 OR (r.lastSeen = $8 AND r.id < $9::bigint)) "
+    "ORDER BY r.lastSeen DESC, r.id DESC LIMIT $10::bigint";
+
+// Events whose words hold the query $11 (a tsquery), by recording.
+constexpr const char* kHitsByRecording =
+    "(SELECT w.recording, count(*) AS hits FROM event_words w WHERE w.words @@ $11::tsquery "
+    "GROUP BY w.recording) h";
+
+constexpr const char* kMoments =
+    "SELECT recording, seqID, timeOffset, type, summary FROM ("
+    "SELECT w.recording, w.seqID, e.timeOffset, e.type, e.summary, "
+    "row_number() OVER (PARTITION BY w.recording ORDER BY e.timeOffset, w.seqID) AS n "
+    "FROM event_words w JOIN events e ON e.recording = w.recording AND e.seqID = w.seqID "
+    "WHERE w.words @@ $1::tsquery AND w.recording = ANY ($2::bigint[])) m "
+    "WHERE n <= $3 ORDER BY recording, n";
+
+// A lexeme as tsvector and tsquery texts write it: quoted, with quotes doubled and backslashes
+// escaped. Neither text is normalised by PostgreSQL, so the words stay exactly as searchWords() made them.
+std::string lexeme(std::string_view word) {
+    std::string out = "'";
+    for (const char c : word) {
+        if (c == '\'' || c == '\\') out += c;
+        out += c;
+    }
+    return out + "'";
+}
+
+std::string tsvectorText(std::string_view words) {
+    std::string out;
+    while (!words.empty()) {
+        const auto space = words.find(' ');
+        const std::string_view word = words.substr(0, space);
+        if (!word.empty()) out += (out.empty() ? "" : " ") + lexeme(word);
+        if (space == std::string_view::npos) break;
+        words.remove_prefix(space + 1);
+    }
+    return out;
+}
+
+// Every word as a prefix, all of them in one event: 'card':* & 'froz':*.
+std::string tsqueryText(const std::vector<std::string>& words) {
+    std::string out;
+    for (const std::string& word : words) out += (out.empty() ? "" : " & ") + lexeme(word) + ":*";
+    return out;
+}
 constexpr const char* kOfRecording =
     " FROM events e JOIN recordings r ON r.id = e.recording "
     "WHERE r.appID = $1 AND r.recordingID = $2 AND r.sessionID = $3 ";
@@ -57,9 +136,20 @@ void prepareStatements(pqxx::connection& connection) {
     connection.prepare("insert_event",
                        "INSERT INTO events (recording, seqID, time, timeOffset, type, summary, json, data) "
                        "VALUES ($1, $2, $3, $4, $5, $6, $7, $8) ON CONFLICT (recording, seqID) DO NOTHING");
-    connection.prepare("recordings", std::string(kSelectRecording) + "ORDER BY r.lastSeen DESC, r.id DESC");
-    connection.prepare("recording", std::string(kSelectRecording) +
-                                        "WHERE r.appID = $1 AND r.recordingID = $2 AND r.sessionID = $3");
+    connection.prepare("insert_words",
+                       "INSERT INTO event_words (recording, seqID, words) VALUES ($1, $2, $3::tsvector)");
+    connection.prepare("insert_tag",
+                       "INSERT INTO recording_tags (recording, kind, name, value) VALUES ($1, $2, $3, $4) "
+                       "ON CONFLICT DO NOTHING");
+    connection.prepare("recordings", kSelectRecording + "ORDER BY r.lastSeen DESC, r.id DESC");
+    connection.prepare("recording",
+                       kSelectRecording + "WHERE r.appID = $1 AND r.recordingID = $2 AND r.sessionID = $3");
+    connection.prepare("list_recordings",
+                       std::string(kRecordingColumns) + ", 0::bigint FROM recordings r " + kFilters);
+    connection.prepare("search_recordings", std::string(kRecordingColumns) + ", h.hits FROM " +
+                                                kHitsByRecording +
+                                                " JOIN recordings r ON r.id = h.recording " + kFilters);
+    connection.prepare("search_moments", kMoments);
     const std::string columns = "SELECT e.seqID, e.time, e.timeOffset, e.type, e.summary, e.json";
     const std::string page = std::string(kOfRecording) + "AND e.seqID > $4 ORDER BY e.seqID LIMIT $5";
     connection.prepare("event_page", columns + page);
@@ -81,6 +171,9 @@ RecordingSummary readRecording(const pqxx::row& row) {
     summary.firstSeen = row[4].as<double>();
     summary.lastSeen = row[5].as<double>();
     summary.eventCount = row[6].as<int64_t>();
+    summary.storeID = row[7].as<int64_t>();
+    summary.hasErrors = row[8].as<bool>();
+    summary.userIDs = stringsOfJsonArray(row[9].as<std::string>());
     return summary;
 }
 
@@ -178,7 +271,13 @@ std::size_t PostgresStore::addBatch(const IngestBatch& batch) {
             const auto result = work.exec_prepared(
                 "insert_event", recording, int64_t{event.seqID}, event.time, event.timeOffset, event.type,
                 event.summary, event.json, pqxx::binarystring(event.data.data(), event.data.size()));
-            added += static_cast<std::size_t>(result.affected_rows());
+            if (result.affected_rows() == 0) continue;  // a repeat: its index entries are there already
+            ++added;
+            if (!event.words.empty())
+                work.exec_prepared("insert_words", recording, int64_t{event.seqID},
+                                   tsvectorText(event.words));
+            for (const RecordingTag& tag : event.tags)
+                work.exec_prepared("insert_tag", recording, tag.kind, tag.name, tag.value);
         }
         work.commit();
         return added;
@@ -192,6 +291,71 @@ std::vector<RecordingSummary> PostgresStore::recordings() const {
         std::vector<RecordingSummary> out;
         for (const auto& row : work.exec_prepared("recordings")) out.push_back(readRecording(row));
         return out;
+    });
+}
+
+RecordingPage PostgresStore::findRecordings(const RecordingFilter& filter,
+                                            std::optional<RecordingCursor> after, std::size_t limit,
+                                            std::size_t moments) const {
+    const auto text = [](const std::string& value) { return value.empty() ? nullptr : value.c_str(); };
+    // Numbers go as text too, printed so that they read back exactly.
+    const auto number = [](std::optional<double> value) {
+        if (!value) return std::string();
+        char printed[32];
+        std::snprintf(printed, sizeof printed, "%.17g", *value);
+        return std::string(printed);
+    };
+    const std::string from = number(filter.from), to = number(filter.to);
+    const std::string afterSeen = after ? number(after->lastSeen) : "",
+                      afterID = after ? std::to_string(after->storeID) : "";
+    const std::string rows =
+        std::to_string(std::min<std::size_t>(limit, std::numeric_limits<int64_t>::max() - 1) + 1);
+    const std::string query = tsqueryText(filter.words);
+    const std::vector<const char*> parameters = {text(filter.appID),
+                                                 text(filter.userID),
+                                                 text(filter.traitName),
+                                                 text(filter.traitValue),
+                                                 text(from),
+                                                 text(to),
+                                                 filter.withErrors ? "true" : nullptr,
+                                                 text(afterSeen),
+                                                 text(afterID),
+                                                 rows.c_str(),
+                                                 text(query)};
+    const bool searching = !filter.words.empty();
+    return guarded([&] {
+        Lease lease(*this);
+        // One snapshot for both statements, so that the moments agree with the counts.
+        pqxx::transaction<pqxx::repeatable_read, pqxx::read_only> work(*lease);
+        RecordingPage page;
+        // Without words the query's parameter ($11) is left off: that statement has ten.
+        const auto result = work.exec_prepared(
+            searching ? "search_recordings" : "list_recordings",
+            pqxx::prepare::make_dynamic_params(parameters.begin(), parameters.end() - (searching ? 0 : 1)));
+        for (const auto& row : result)
+            page.recordings.push_back({readRecording(row), row[10].as<int64_t>(), {}});
+        if (page.recordings.size() > limit) {
+            page.recordings.resize(limit);
+            const RecordingSummary& last = page.recordings.back().recording;
+            page.next = RecordingCursor{last.lastSeen, last.storeID};
+        }
+        if (!searching || moments == 0 || page.recordings.empty()) return page;
+
+        std::string ids = "{";
+        for (const FoundRecording& found : page.recordings)
+            ids += (ids.size() > 1 ? "," : "") + std::to_string(found.recording.storeID);
+        const auto rowsOfMoments = work.exec_prepared(
+            "search_moments", query, ids + "}",
+            static_cast<int64_t>(std::min<std::size_t>(moments, std::numeric_limits<int64_t>::max())));
+        for (const auto& row : rowsOfMoments) {
+            const auto recording = row[0].as<int64_t>();
+            for (FoundRecording& found : page.recordings) {
+                if (found.recording.storeID != recording) continue;
+                found.moments.push_back({static_cast<uint32_t>(row[1].as<int64_t>()), row[2].as<double>(),
+                                         row[3].as<std::string>(), row[4].as<std::string>()});
+            }
+        }
+        return page;
     });
 }
 

@@ -25,6 +25,8 @@ public:
     std::string describe() const override { return description_; }
     std::size_t addBatch(const IngestBatch& batch) override;
     std::vector<RecordingSummary> recordings() const override;
+    RecordingPage findRecordings(const RecordingFilter& filter, std::optional<RecordingCursor> after,
+                                 std::size_t limit, std::size_t moments) const override;
     std::optional<RecordingSummary> recording(const RecordingKey& key) const override;
     std::vector<StoredEvent> eventPage(const RecordingKey& key, std::optional<uint32_t> after,
                                        std::size_t limit, bool withData) const override;

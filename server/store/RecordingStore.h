@@ -22,6 +22,45 @@ struct RecordingSummary {
     double firstSeen = 0;  // server clock, milliseconds since 1970
     double lastSeen = 0;
     int64_t eventCount = 0;
+    int64_t storeID = 0;                 // the store's own number for it, which list cursors name
+    bool hasErrors = false;              // an ERROR log line or a 5xx response
+    std::vector<std::string> userIDs{};  // of its identify events, in no particular order
+};
+
+// Which recordings the listing shows; a field left empty lets every recording through.
+struct RecordingFilter {
+    std::string appID{};
+    std::string userID{};                   // one of the recording's userIDs
+    std::string traitName{}, traitValue{};  // a trait of one of its users; traitValue empty: any value
+    std::optional<double> from{}, to{};     // seen at some time within, by the server clock (ms)
+    bool withErrors = false;
+    // searchWords() of a query: each begins a word that one and the same event showed.
+    std::vector<std::string> words{};
+};
+
+// Where a page of the listing, newest first, ends: the last recording's lastSeen and storeID.
+struct RecordingCursor {
+    double lastSeen = 0;
+    int64_t storeID = 0;
+};
+
+// An event whose words matched a query.
+struct SearchMoment {
+    uint32_t seqID = 0;
+    double timeOffset = 0;
+    std::string type;
+    std::string summary;
+};
+
+struct FoundRecording {
+    RecordingSummary recording;
+    int64_t hits = 0;                     // events that matched the query's words; 0 without words
+    std::vector<SearchMoment> moments{};  // the first of them in time order, up to the asked number
+};
+
+struct RecordingPage {
+    std::vector<FoundRecording> recordings;  // most recently seen first
+    std::optional<RecordingCursor> next{};   // where the following page starts, when there is one
 };
 
 struct StoredEvent {
@@ -42,10 +81,15 @@ public:
     virtual std::string describe() const = 0;
 
     // Stores the batch; an event whose seqID the session already has is ignored (first one wins),
-    // so an upload sent twice, or to two servers, is harmless. Returns how many events were new.
+    // so an upload sent twice, or to two servers, is harmless. The new events' words and tags go
+    // into the index in the same transaction. Returns how many events were new.
     virtual std::size_t addBatch(const IngestBatch& batch) = 0;
 
     virtual std::vector<RecordingSummary> recordings() const = 0;  // most recently seen first
+    // At most `limit` recordings that pass the filter, most recently seen first, after the cursor
+    // (from the newest when nullopt). With words, each comes with up to `moments` of its matches.
+    virtual RecordingPage findRecordings(const RecordingFilter& filter, std::optional<RecordingCursor> after,
+                                         std::size_t limit, std::size_t moments) const = 0;
     virtual std::optional<RecordingSummary> recording(const RecordingKey& key) const = 0;
     // At most `limit` events of the session with a seqID above `after` (from the first when
     // nullopt), in seqID order; `data` is filled only `withData`.

@@ -3,13 +3,14 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 
 #include "server/store/SqliteStatement.h"
 #include "server/store/StoreError.h"
+#include "server/store/StoredLists.h"
 
 namespace qlm::ingest {
 
@@ -41,11 +42,64 @@ CREATE TABLE IF NOT EXISTS events (
     UNIQUE (recording, seqID)
 );
 CREATE INDEX IF NOT EXISTS events_by_type ON events (recording, type);
+-- The words each event showed, under the event's id: only an index (no copy of the text, no
+-- positions), since a query asks which events hold words beginning so, and nothing more.
+CREATE VIRTUAL TABLE IF NOT EXISTS event_words USING fts5 (
+    words, content = '', tokenize = 'ascii', detail = 'none', columnsize = 0
+);
+CREATE TABLE IF NOT EXISTS recording_tags (
+    recording INTEGER NOT NULL REFERENCES recordings (id),
+    kind TEXT NOT NULL,
+    name TEXT NOT NULL,
+    value TEXT NOT NULL,
+    PRIMARY KEY (recording, kind, name, value)
+) WITHOUT ROWID;
 )sql";
 
-constexpr const char* kSelectRecording =
+constexpr const char* kRecordingColumns =
     "SELECT r.appID, r.recordingID, r.sessionID, r.tabID, r.firstSeen, r.lastSeen, "
-    "(SELECT count(*) FROM events e WHERE e.recording = r.id) FROM recordings r ";
+    "(SELECT count(*) FROM events e WHERE e.recording = r.id), r.id, "
+    "EXISTS (SELECT 1 FROM recording_tags t WHERE t.recording = r.id AND t.kind = 'error'), "
+    "(SELECT json_group_array(t.value) FROM recording_tags t WHERE t.recording = r.id AND t.kind = 'user')";
+const std::string kSelectRecording = std::string(kRecordingColumns) + " FROM recordings r ";
+
+// The listing's filters; a parameter left unbound (NULL) lets every recording through.
+constexpr const char* kFilters =
+    "WHERE (?1 IS NULL OR r.appID = ?1) "
+    "AND (?2 IS NULL OR EXISTS (SELECT 1 FROM recording_tags t "
+    "WHERE t.recording = r.id AND t.kind = 'user' AND t.name = '' AND t.value = ?2)) "
+    "AND (?3 IS NULL OR EXISTS (SELECT 1 FROM recording_tags t "
+    "WHERE t.recording = r.id AND t.kind = 'trait' AND t.name = ?3 AND (?4 IS NULL OR t.value = ?4))) "
+    "AND (?5 IS NULL OR r.lastSeen >= ?5) AND (?6 IS NULL OR r.firstSeen <= ?6) "
+    "AND (?7 IS NULL OR EXISTS (SELECT 1 FROM recording_tags t "
+    "WHERE t.recording = r.id AND t.kind = 'error')) "
+    "AND (?8 IS NULL OR r.lastSeen < ?8 OR (r.lastSeen = ?8 AND r.id < ?9)) "
+    "ORDER BY r.lastSeen DESC, r.id DESC LIMIT ?10";
+
+// Events whose words hold every word of the query ?11 (an FTS5 expression), by recording.
+constexpr const char* kHitsByRecording =
+    "(SELECT e.recording AS recording, count(*) AS hits FROM event_words "
+    "JOIN events e ON e.id = event_words.rowid WHERE event_words MATCH ?11 GROUP BY e.recording) h";
+
+constexpr const char* kMoments =
+    "SELECT recording, seqID, timeOffset, type, summary FROM ("
+    "SELECT e.recording AS recording, e.seqID AS seqID, e.timeOffset AS timeOffset, e.type AS type, "
+    "e.summary AS summary, row_number() OVER (PARTITION BY e.recording ORDER BY e.timeOffset, e.seqID) AS n "
+    "FROM event_words JOIN events e ON e.id = event_words.rowid "
+    "WHERE event_words MATCH ?1 AND e.recording IN (SELECT value FROM json_each(?2))) "
+    "WHERE n <= ?3 ORDER BY recording, n";
+
+// Every word as a prefix, all of them in one event: "card"* AND "froz"*.
+std::string ftsQuery(const std::vector<std::string>& words) {
+    std::string query;
+    for (const std::string& word : words) {
+        if (!query.empty()) query += " AND ";
+        query += '"';
+        for (const char c : word) query += c == '"' ? std::string("\"\"") : std::string(1, c);
+        query += "\"*";
+    }
+    return query;
+}
 
 double nowMilliseconds() {
     using namespace std::chrono;
@@ -61,6 +115,9 @@ RecordingSummary readRecording(const SqliteStatement& row) {
     summary.firstSeen = row.real(4);
     summary.lastSeen = row.real(5);
     summary.eventCount = row.integer(6);
+    summary.storeID = row.integer(7);
+    summary.hasErrors = row.integer(8) != 0;
+    summary.userIDs = stringsOfJsonArray(row.text(9));
     return summary;
 }
 
@@ -108,9 +165,16 @@ SqliteStore::SqliteStore(std::string path, bool removeOnClose)
             db_,
             "INSERT OR IGNORE INTO events (recording, seqID, time, timeOffset, type, summary, "
             "json, data) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)");
+        insertWords_ =
+            std::make_unique<SqliteStatement>(db_, "INSERT INTO event_words (rowid, words) VALUES (?1, ?2)");
+        insertTag_ = std::make_unique<SqliteStatement>(
+            db_,
+            "INSERT OR IGNORE INTO recording_tags (recording, kind, name, value) VALUES (?1, ?2, ?3, ?4)");
     } catch (...) {
         upsertRecording_.reset();
         insertEvent_.reset();
+        insertWords_.reset();
+        insertTag_.reset();
         sqlite3_close(db_);
         throw;
     }
@@ -120,6 +184,8 @@ SqliteStore::~SqliteStore() {
     // Statements are finalized before their connection closes.
     upsertRecording_.reset();
     insertEvent_.reset();
+    insertWords_.reset();
+    insertTag_.reset();
     sqlite3_close(db_);
     if (removeOnClose_) {
         for (const char* suffix : {"", "-wal", "-shm", "-journal"}) ::unlink((path_ + suffix).c_str());
@@ -156,11 +222,15 @@ std::size_t SqliteStore::addBatch(const IngestBatch& batch) {
             insert.bindReal(4, event.timeOffset).bindText(5, event.type).bindText(6, event.summary);
             insert.bindText(7, event.json).bindBlob(8, event.data);
             insert.step();
-            added += static_cast<std::size_t>(sqlite3_changes(db_));
+            if (sqlite3_changes(db_) == 0) continue;  // a repeat: its index entries are there already
+            ++added;
+            index(recording, sqlite3_last_insert_rowid(db_), event);
         }
         // Unbinds the batch's texts, which the statements would otherwise point into until next time.
         upsert.reset();
         insert.reset();
+        insertWords_->reset();
+        insertTag_->reset();
         exec("COMMIT");
         return added;
     } catch (...) {
@@ -169,9 +239,24 @@ std::size_t SqliteStore::addBatch(const IngestBatch& batch) {
     }
 }
 
+void SqliteStore::index(int64_t recording, int64_t eventRow, const DecodedEvent& event) {
+    if (!event.words.empty()) {
+        insertWords_->reset();
+        insertWords_->bindInteger(1, eventRow).bindText(2, event.words).step();
+    }
+    for (const RecordingTag& tag : event.tags) {
+        insertTag_->reset();
+        insertTag_->bindInteger(1, recording)
+            .bindText(2, tag.kind)
+            .bindText(3, tag.name)
+            .bindText(4, tag.value);
+        insertTag_->step();
+    }
+}
+
 std::vector<RecordingSummary> SqliteStore::recordings() const {
     std::lock_guard lock(mutex_);
-    SqliteStatement select(db_, std::string(kSelectRecording) + "ORDER BY r.lastSeen DESC, r.id DESC");
+    SqliteStatement select(db_, kSelectRecording + "ORDER BY r.lastSeen DESC, r.id DESC");
     std::vector<RecordingSummary> out;
     while (select.step()) out.push_back(readRecording(select));
     return out;
@@ -179,11 +264,60 @@ std::vector<RecordingSummary> SqliteStore::recordings() const {
 
 std::optional<RecordingSummary> SqliteStore::recording(const RecordingKey& key) const {
     std::lock_guard lock(mutex_);
-    SqliteStatement select(db_, std::string(kSelectRecording) +
-                                    "WHERE r.appID = ?1 AND r.recordingID = ?2 AND r.sessionID = ?3");
+    SqliteStatement select(
+        db_, kSelectRecording + "WHERE r.appID = ?1 AND r.recordingID = ?2 AND r.sessionID = ?3");
     bindKey(select, key);
     if (!select.step()) return std::nullopt;
     return readRecording(select);
+}
+
+RecordingPage SqliteStore::findRecordings(const RecordingFilter& filter, std::optional<RecordingCursor> after,
+                                          std::size_t limit, std::size_t moments) const {
+    const bool searching = !filter.words.empty();
+    const std::string sql = searching ? std::string(kRecordingColumns) + ", h.hits FROM " + kHitsByRecording +
+                                            " JOIN recordings r ON r.id = h.recording " + kFilters
+                                      : std::string(kRecordingColumns) + ", 0 FROM recordings r " + kFilters;
+    std::lock_guard lock(mutex_);
+    SqliteStatement select(db_, sql);
+    if (!filter.appID.empty()) select.bindText(1, filter.appID);
+    if (!filter.userID.empty()) select.bindText(2, filter.userID);
+    if (!filter.traitName.empty()) select.bindText(3, filter.traitName);
+    if (!filter.traitValue.empty()) select.bindText(4, filter.traitValue);
+    if (filter.from) select.bindReal(5, *filter.from);
+    if (filter.to) select.bindReal(6, *filter.to);
+    if (filter.withErrors) select.bindInteger(7, 1);
+    if (after) select.bindReal(8, after->lastSeen).bindInteger(9, after->storeID);
+    select.bindInteger(10, static_cast<int64_t>(std::min<std::size_t>(limit, INT64_MAX - 1) + 1));
+    const std::string query = ftsQuery(filter.words);
+    if (searching) select.bindText(11, query);
+
+    RecordingPage page;
+    while (select.step()) {
+        FoundRecording found{readRecording(select), select.integer(10), {}};
+        page.recordings.push_back(std::move(found));
+    }
+    if (page.recordings.size() > limit) {
+        page.recordings.resize(limit);
+        const RecordingSummary& last = page.recordings.back().recording;
+        page.next = RecordingCursor{last.lastSeen, last.storeID};
+    }
+    if (!searching || moments == 0 || page.recordings.empty()) return page;
+
+    std::string ids = "[";
+    for (const FoundRecording& found : page.recordings)
+        ids += (ids.size() > 1 ? "," : "") + std::to_string(found.recording.storeID);
+    SqliteStatement momentsOf(db_, kMoments);
+    momentsOf.bindText(1, query).bindText(2, ids + "]");
+    momentsOf.bindInteger(3, static_cast<int64_t>(std::min<std::size_t>(moments, INT64_MAX)));
+    while (momentsOf.step()) {
+        const int64_t recording = momentsOf.integer(0);
+        for (FoundRecording& found : page.recordings) {
+            if (found.recording.storeID != recording) continue;
+            found.moments.push_back({static_cast<uint32_t>(momentsOf.integer(1)), momentsOf.real(2),
+                                     momentsOf.text(3), momentsOf.text(4)});
+        }
+    }
+    return page;
 }
 
 namespace {

@@ -27,6 +27,8 @@ public:
     std::string describe() const override { return path_; }
     std::size_t addBatch(const IngestBatch& batch) override;
     std::vector<RecordingSummary> recordings() const override;
+    RecordingPage findRecordings(const RecordingFilter& filter, std::optional<RecordingCursor> after,
+                                 std::size_t limit, std::size_t moments) const override;
     std::optional<RecordingSummary> recording(const RecordingKey& key) const override;
     std::vector<StoredEvent> eventPage(const RecordingKey& key, std::optional<uint32_t> after,
                                        std::size_t limit, bool withData) const override;
@@ -36,6 +38,8 @@ public:
 private:
     SqliteStore(std::string path, bool removeOnClose);
     void exec(const char* sql);
+    // Within addBatch's transaction: the words and tags of a newly stored event.
+    void index(int64_t recording, int64_t eventRow, const DecodedEvent& event);
 
     const std::string path_;    // immutable
     const bool removeOnClose_;  // immutable
@@ -44,6 +48,8 @@ private:
     // addBatch's statements on db_, prepared by the constructor; guarded by mutex_.
     std::unique_ptr<SqliteStatement> upsertRecording_;
     std::unique_ptr<SqliteStatement> insertEvent_;
+    std::unique_ptr<SqliteStatement> insertWords_;
+    std::unique_ptr<SqliteStatement> insertTag_;
 };
 
 }  // namespace qlm::ingest

@@ -1,16 +1,13 @@
 #include "server/views/HtmlPages.h"
 
-#include <cmath>
 #include <cstdio>
-#include <ctime>
 
 #include "server/http/QueryString.h"
+#include "server/views/TimeText.h"
 
 namespace qlm::ingest {
 
-namespace {
-
-std::string page(std::string_view title, const std::string& content) {
+std::string htmlDocument(std::string_view title, const std::string& content) {
     std::string out = "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\"><title>";
     out += escapeHtml(title);
     // Styles come from a file: the Content-Security-Policy allows no inline ones.
@@ -20,17 +17,7 @@ std::string page(std::string_view title, const std::string& content) {
     return out;
 }
 
-std::string wallClock(double milliseconds) {
-    if (!std::isfinite(milliseconds) || std::fabs(milliseconds) > 1e15) return "?";
-    const auto wholeSeconds = static_cast<std::time_t>(std::floor(milliseconds / 1000));
-    const int millis = static_cast<int>(milliseconds - static_cast<double>(wholeSeconds) * 1000);
-    std::tm parts{};
-    if (gmtime_r(&wholeSeconds, &parts) == nullptr) return "?";
-    char text[64];
-    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", parts.tm_year + 1900,
-                  parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, millis);
-    return text;
-}
+namespace {
 
 std::string seconds(double milliseconds) {
     char text[32];
@@ -72,29 +59,6 @@ std::string recordingPath(const RecordingKey& key) {
            std::to_string(key.sessionID);
 }
 
-std::string recordingListPage(const std::vector<RecordingSummary>& recordings) {
-    std::string content =
-        "<h1>Recordings</h1>\n<p class=\"muted\">" + std::to_string(recordings.size()) +
-        " recorded sessions, most recent first. <a href=\"/recordings.json\">JSON</a></p>\n";
-    if (recordings.empty()) {
-        content +=
-            "<p>Nothing recorded yet: point the library's serverURL at this server's <code>/i</code>.</p>";
-        return page("Recordings", content);
-    }
-    content +=
-        "<table><tr><th>App</th><th>Recording</th><th>Session</th><th>Events</th><th>First seen (UTC)</th>"
-        "<th>Last seen (UTC)</th></tr>\n";
-    for (const RecordingSummary& r : recordings) {
-        content += "<tr><td>" + escapeHtml(r.key.appID) + "</td><td><a href=\"" + recordingPath(r.key) +
-                   "\">" + escapeHtml(r.key.recordingID) + "</a></td><td class=\"n\">" +
-                   std::to_string(r.key.sessionID) + "</td><td class=\"n\">" + std::to_string(r.eventCount) +
-                   "</td><td>" + wallClock(r.firstSeen) + "</td><td>" + wallClock(r.lastSeen) +
-                   "</td></tr>\n";
-    }
-    content += "</table>";
-    return page("Recordings", content);
-}
-
 std::string recordingPage(const RecordingSummary& recording, const std::vector<StoredEvent>& events,
                           std::optional<uint32_t> next) {
     const std::string base = recordingPath(recording.key);
@@ -108,7 +72,7 @@ std::string recordingPage(const RecordingSummary& recording, const std::vector<S
     content +=
         "<table><tr><th>Time (UTC)</th><th>Offset</th><th>Seq</th><th>Type</th><th>Summary</th></tr>\n";
     for (const StoredEvent& e : events) {
-        content += "<tr><td>" + wallClock(e.time) + "</td><td class=\"n\">" + seconds(e.timeOffset) +
+        content += "<tr><td>" + utcText(e.time) + "</td><td class=\"n\">" + seconds(e.timeOffset) +
                    "</td><td class=\"n\">" + std::to_string(e.seqID) + "</td><td><code>" +
                    escapeHtml(e.type) + "</code></td><td>" + escapeHtml(e.summary);
         if (e.type == "qm.ios.PDFViewCapture") {
@@ -118,12 +82,12 @@ std::string recordingPage(const RecordingSummary& recording, const std::vector<S
     }
     content += "</table>";
     if (next) content += "\n<p><a href=\"" + base + "/events?after=" + std::to_string(*next) + "\">Next page</a></p>";
-    return page("Recording " + recording.key.recordingID, content);
+    return htmlDocument("Recording " + recording.key.recordingID, content);
 }
 
 std::string notFoundPage(std::string_view message) {
-    return page("Not found", "<h1>Not found</h1>\n<p>" + escapeHtml(message) +
-                                 "</p>\n<p><a href=\"/\">All recordings</a></p>");
+    return htmlDocument("Not found", "<h1>Not found</h1>\n<p>" + escapeHtml(message) +
+                                         "</p>\n<p><a href=\"/\">All recordings</a></p>");
 }
 
 }  // namespace qlm::ingest

@@ -11,10 +11,12 @@
 
 namespace qlm::ingest {
 
+// A whole page around `content` (HTML), titled with `title` (text).
+std::string htmlDocument(std::string_view title, const std::string& content);
+
 // "/<appID>/s/<recordingID>/<sessionID>", each identifier percent-encoded.
 std::string recordingPath(const RecordingKey& key);
 
-std::string recordingListPage(const std::vector<RecordingSummary>& recordings);
 // One page of the session's events; `next`, when set, is linked as the following page.
 std::string recordingPage(const RecordingSummary& recording, const std::vector<StoredEvent>& events,
                           std::optional<uint32_t> next = std::nullopt);

@@ -3,14 +3,25 @@
 #include <nlohmann/json.hpp>
 
 #include "server/views/HtmlPages.h"
+#include "server/views/ListingPage.h"
 
 namespace qlm::ingest {
 
 using nlohmann::json;
 
-std::string recordingsJson(const std::vector<RecordingSummary>& recordings) {
+std::string recordingsJson(const RecordingPage& page, const std::string& queryText) {
     json list = json::array();
-    for (const RecordingSummary& r : recordings) {
+    for (const FoundRecording& found : page.recordings) {
+        const RecordingSummary& r = found.recording;
+        json moments = json::array();
+        for (const SearchMoment& m : found.moments) {
+            moments.push_back({{"seqID", m.seqID},
+                               {"t", m.timeOffset},
+                               {"kind", momentKind(m.type)},
+                               {"type", m.type},
+                               {"summary", m.summary},
+                               {"url", momentLink(r.key, m, queryText)}});
+        }
         list.push_back({{"appID", r.key.appID},
                         {"recordingID", r.key.recordingID},
                         {"sessionID", r.key.sessionID},
@@ -18,9 +29,15 @@ std::string recordingsJson(const std::vector<RecordingSummary>& recordings) {
                         {"firstSeen", r.firstSeen},
                         {"lastSeen", r.lastSeen},
                         {"eventCount", r.eventCount},
-                        {"url", recordingPath(r.key)}});
+                        {"hasErrors", r.hasErrors},
+                        {"userIDs", r.userIDs},
+                        {"url", recordingPath(r.key)},
+                        {"hits", found.hits},
+                        {"moments", std::move(moments)}});
     }
-    return json{{"recordings", std::move(list)}}.dump(-1, ' ', false, json::error_handler_t::replace);
+    return json{{"recordings", std::move(list)},
+                {"next", page.next ? json(cursorText(*page.next)) : json(nullptr)}}
+        .dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
 std::string eventsJson(const RecordingSummary& recording, const std::vector<StoredEvent>& events,

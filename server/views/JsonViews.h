@@ -9,8 +9,12 @@
 
 namespace qlm::ingest {
 
-// {"recordings":[{"appID","recordingID","sessionID","tabID","firstSeen","lastSeen","eventCount","url"}]}
-std::string recordingsJson(const std::vector<RecordingSummary>& recordings);
+// One page of the listing:
+// {"recordings":[{"appID","recordingID","sessionID","tabID","firstSeen","lastSeen","eventCount","hasErrors",
+//                 "userIDs","url","hits","moments":[{"seqID","t","kind","type","summary","url"}]}],
+//  "next"}: "next" is the cursor of the following page (?after=), or null. `queryText` is the search
+// box's text, which the moments' links carry to the replay page.
+std::string recordingsJson(const RecordingPage& page, const std::string& queryText);
 
 // {"appID","recordingID","sessionID","tabID","events":[{"seqID","time","timeOffset","type","message"}],
 //  "next"}: one page of events; "next" is the cursor of the following page (?after=), or null.

@@ -6,7 +6,10 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "server/ingest/ValueText.h"
 #include "server/views/HtmlPages.h"
+#include "server/views/MessageFields.h"
+#include "server/views/NetworkExchange.h"
 
 namespace qlm::ingest {
 
@@ -14,63 +17,12 @@ using nlohmann::json;
 
 namespace {
 
-// The readable text of one qm.utils.Value: captured output and HTTP bodies arrive as a JSON array
-// holding the one text, which is unwrapped; anything else (addLog's plain strings) is kept as is.
-std::string valueText(std::string_view arson) {
-    const json parsed = json::parse(arson, nullptr, false);
-    if (parsed.is_array() && parsed.size() == 1 && parsed[0].is_string()) return parsed[0].get<std::string>();
-    return std::string(arson);
-}
-
-// A number field of protobuf's JSON form; floats that are not finite are printed as strings there,
-// and absent fields mean the default.
-double number(const json& object, const char* key) {
-    const auto it = object.find(key);
-    if (it == object.end() || !it->is_number()) return 0;
-    const double value = it->get<double>();
-    return std::isfinite(value) ? value : 0;
-}
-
-std::string text(const json& object, const char* key) {
-    const auto it = object.find(key);
-    return it != object.end() && it->is_string() ? it->get<std::string>() : std::string();
-}
-
-// Counts and sizes are whole numbers; printed as such they read better and compare exactly.
-int64_t whole(const json& object, const char* key) {
-    return static_cast<int64_t>(number(object, key));
-}
-
-bool flag(const json& object, const char* key) {
-    const auto it = object.find(key);
-    return it != object.end() && it->is_boolean() && it->get<bool>();
-}
-
-// An enum prints as its name, or as its number when the sender used one this schema has no name for.
-std::string enumName(const json& object, const char* key, const char* defaultName) {
-    const auto it = object.find(key);
-    if (it == object.end()) return defaultName;
-    if (it->is_string()) return it->get<std::string>();
-    if (it->is_number()) return std::to_string(it->get<long long>());
-    return defaultName;
-}
-
-json stringMap(const json& object, const char* key) {
-    json out = json::object();
-    const auto it = object.find(key);
-    if (it == object.end() || !it->is_object()) return out;
-    for (const auto& [name, value] : it->items()) {
-        if (value.is_string()) out[name] = value;
-    }
-    return out;
-}
-
-// The body of a network message: null when none was captured, else its text.
-json bodyText(const json& message) {
-    const auto it = message.find("body");
-    if (it == message.end() || !it->is_object()) return nullptr;
-    return valueText(text(*it, "arson"));
-}
+using fields::enumName;
+using fields::flag;
+using fields::number;
+using fields::stringMap;
+using fields::text;
+using fields::whole;
 
 struct Point {
     double t, x, y;
@@ -141,18 +93,23 @@ json strokeJson(const Stroke& stroke) {
             {"points", std::move(points)}};
 }
 
-json networkEntry(const std::string& reqId) {
-    return {{"reqId", reqId},
-            {"t", nullptr},
-            {"end", nullptr},
-            {"method", nullptr},
-            {"url", nullptr},
-            {"status", nullptr},
-            {"durationMs", nullptr},
-            {"requestHeaders", nullptr},
-            {"responseHeaders", nullptr},
-            {"requestBody", nullptr},
-            {"responseBody", nullptr}};
+template <typename T>
+json orNull(const std::optional<T>& value) {
+    return value ? json(*value) : json(nullptr);
+}
+
+json exchangeJson(const NetworkExchange& exchange) {
+    return {{"reqId", exchange.reqId},
+            {"t", orNull(exchange.t)},
+            {"end", orNull(exchange.end)},
+            {"method", orNull(exchange.method)},
+            {"url", orNull(exchange.url)},
+            {"status", orNull(exchange.status)},
+            {"durationMs", orNull(exchange.durationMs)},
+            {"requestHeaders", exchange.requestHeaders},
+            {"responseHeaders", exchange.responseHeaders},
+            {"requestBody", exchange.requestBody},
+            {"responseBody", exchange.responseBody}};
 }
 
 }  // namespace
@@ -160,21 +117,23 @@ json networkEntry(const std::string& reqId) {
 std::string replayJson(const RecordingSummary& recording, const std::vector<StoredEvent>& events,
                        std::optional<uint32_t> next) {
     const std::string base = recordingPath(recording.key);
-    json frames = json::array(), logs = json::array(), network = json::array(), problems = json::array();
+    json frames = json::array(), logs = json::array(), problems = json::array();
+    std::vector<NetworkExchange> network;
     json device = nullptr, user = nullptr;
     std::vector<Stroke> strokes;
     std::map<std::string, std::size_t> networkIndex;  // reqId -> position in `network`
     std::optional<double> startTime;
     double duration = 0;
 
-    const auto entryFor = [&](const std::string& reqId) -> json& {
+    const auto exchangeFor = [&](const json& message) -> NetworkExchange& {
+        const std::string reqId = text(message, "reqId");
         const auto [it, added] = networkIndex.try_emplace(reqId, network.size());
-        if (added) network.push_back(networkEntry(reqId));
+        if (added) network.push_back({reqId});
         return network[it->second];
     };
 
     for (const StoredEvent& event : events) {
-        const double t = std::isfinite(event.timeOffset) ? event.timeOffset : 0;
+        const double t = sessionTime(event);
         const json message = json::parse(event.json, nullptr, false);
         if (!message.is_object()) {
             problems.push_back({{"seqID", event.seqID},
@@ -209,25 +168,10 @@ std::string replayJson(const RecordingSummary& recording, const std::vector<Stor
                             {"t", t},
                             {"level", enumName(message, "logLevel", "DEBUG")},
                             {"text", std::move(line)}});
-        } else if (event.type == "qm.network.RequestEvent") {
-            json& entry = entryFor(text(message, "reqId"));
-            entry["t"] = t;
-            entry["method"] = enumName(message, "method", "GET");
-            entry["url"] = text(message, "url");
-            entry["requestHeaders"] = stringMap(message, "headers");
-            entry["requestBody"] = bodyText(message);
-        } else if (event.type == "qm.network.ResponseEvent") {
-            json& entry = entryFor(text(message, "reqId"));
-            entry["end"] = t;
-            if (entry["t"].is_null()) entry["t"] = t;  // its request was not recorded
-            if (entry["method"].is_null()) entry["method"] = enumName(message, "method", "GET");
-            // The response's address is where a redirect ended; the request's is what was asked for.
-            if (entry["url"].is_null()) entry["url"] = text(message, "url");
-            entry["status"] = whole(message, "status");
-            // The library sends the elapsed seconds divided by 1000.
-            entry["durationMs"] = number(message, "duration") * 1e6;
-            entry["responseHeaders"] = stringMap(message, "headers");
-            entry["responseBody"] = bodyText(message);
+        } else if (event.type == kRequestType) {
+            exchangeFor(message).addRequest(message, event);
+        } else if (event.type == kResponseType) {
+            exchangeFor(message).addResponse(message, event);
         } else if (event.type == "qm.Identify") {
             user = {{"userID", text(message, "userID")},
                     {"name", text(message, "name")},
@@ -254,9 +198,10 @@ std::string replayJson(const RecordingSummary& recording, const std::vector<Stor
         if (!stroke.points.empty()) strokeList.push_back(strokeJson(stroke));
     }
     // Network rows in the order their exchanges began, which a late response would otherwise upset.
-    std::stable_sort(network.begin(), network.end(), [](const json& a, const json& b) {
-        return a["t"].get<double>() < b["t"].get<double>();
-    });
+    std::stable_sort(network.begin(), network.end(),
+                     [](const NetworkExchange& a, const NetworkExchange& b) { return a.t < b.t; });
+    json exchanges = json::array();
+    for (const NetworkExchange& exchange : network) exchanges.push_back(exchangeJson(exchange));
 
     return json{{"appID", recording.key.appID},
                 {"recordingID", recording.key.recordingID},
@@ -272,7 +217,7 @@ std::string replayJson(const RecordingSummary& recording, const std::vector<Stor
                 {"frames", std::move(frames)},
                 {"strokes", std::move(strokeList)},
                 {"logs", std::move(logs)},
-                {"network", std::move(network)},
+                {"network", std::move(exchanges)},
                 {"problems", std::move(problems)}}
         .dump(-1, ' ', false, json::error_handler_t::replace);
 }

@@ -2,6 +2,9 @@
 // for its shape) and plays it: screen captures drawn with pdf.js, touches over them, and the logs and
 // network exchanges beside, all on one timeline in milliseconds since the session began.
 //
+// An address ending in "#at=MS" (and "&q=TEXT", the search that led here, as the listing's results
+// link) opens the player at that time, paused.
+//
 // window.replayState mirrors what the page shows, for the browser test and for anyone debugging.
 
 const base = location.pathname.replace(/\/+$/, "");
@@ -489,7 +492,22 @@ async function main() {
     if (!pdfjs) $("stage-message").textContent = "Screen captures cannot be drawn without pdf.js.";
   }
   state.ready = true;
-  render(false);
+  if (!seekToAddress()) render(false);
+  window.addEventListener("hashchange", seekToAddress);
+}
+
+// The moment the address names, if it names one; tells what was searched for there.
+function seekToAddress() {
+  const fields = new URLSearchParams(location.hash.slice(1));
+  const at = Number(fields.get("at") ?? NaN);
+  if (!fields.has("at") || !Number.isFinite(at)) return false;
+  pause();
+  seek(at);
+  const query = fields.get("q");
+  const found = $("found");
+  found.textContent = query ? `“${query}” at ${formatTime(at)}` : `At ${formatTime(at)}`;
+  found.hidden = false;
+  return true;
 }
 
 main();

@@ -1,12 +1,16 @@
 // The replay page in headless Chromium, on a real recording: the reference server is started, the
 // demo host records a session into it, touches are added, and the page is played, seeked and
-// clicked through as a person would. Leaves a screenshot of the player in --out.
+// clicked through as a person would; the listing is searched for a word the demo's screens showed
+// and for the password its user typed into a secure field, and the player's HAR link is followed
+// and its file checked against the HAR 1.2 JSON schema. Leaves screenshots of the player and of the
+// search in --out.
 //
 //   node replay-page.mjs --server BIN --demo BIN --encode BIN --out DIR
 //
 // Exit 0 when every check passes, 1 on a failure, 77 when Chromium or playwright-core is missing.
 import { spawn, execFile } from "node:child_process";
 import fs from "node:fs";
+import { createRequire } from "node:module";
 import os from "node:os";
 import path from "node:path";
 
@@ -20,12 +24,26 @@ for (const name of ["server", "demo", "encode", "out"]) {
   }
 }
 
-let chromium;
+let chromium, harSchemaCheck;
 try {
   ({ chromium } = await import("playwright-core"));
+  harSchemaCheck = await loadHarSchema();
 } catch {
-  console.log("SKIP: playwright-core is not installed (scripts/setup runs npm ci)");
+  console.log("SKIP: playwright-core, ajv or har-schema is not installed (scripts/setup runs npm ci)");
   process.exit(SKIP);
+}
+
+// The HAR 1.2 schema (draft-06, with a few keywords of its own that strict mode would refuse).
+async function loadHarSchema() {
+  const require = createRequire(import.meta.url);
+  const { default: Ajv } = await import("ajv");
+  const { default: addFormats } = await import("ajv-formats");
+  const schemas = require("har-schema");
+  const ajv = new Ajv({ strict: false, allErrors: true });
+  ajv.addMetaSchema(require("ajv/dist/refs/json-schema-draft-06.json"));
+  addFormats(ajv);
+  for (const schema of Object.values(schemas)) ajv.addSchema(schema);
+  return ajv.getSchema("har.json#");
 }
 const browserPath = ["/usr/bin/chromium", "/usr/bin/chromium-browser"].find((p) => fs.existsSync(p));
 if (!browserPath) {
@@ -177,6 +195,17 @@ try {
   const stderrRow = await page.locator("#logs li .lvl-ERROR").count();
   check(stderrRow > 0, "standard error is listed as ERROR");
 
+  // The network as HAR, saved through the player's link as a person would.
+  const [download] = await Promise.all([page.waitForEvent("download"), page.click("#har-link")]);
+  const har = JSON.parse(fs.readFileSync(await download.path(), "utf8"));
+  check(harSchemaCheck(har), "the HAR link saves a log that the HAR 1.2 schema accepts",
+        JSON.stringify(harSchemaCheck.errors?.slice(0, 3)));
+  check(download.suggestedFilename() === `${doc.recordingID}-0.har`, "under the recording's name",
+        download.suggestedFilename());
+  const harIds = har.log.entries.map((entry) => entry._reqId).join(" ");
+  const playerIds = doc.network.map((exchange) => exchange.reqId).join(" ");
+  check(harIds === playerIds, "with one entry per exchange the player lists, in its order", `${harIds} vs ${playerIds}`);
+
   // The picture for the README: mid-swipe over a drawn frame, with the last exchange open.
   await seekTo(page, tapAt + 700 + 200);
   await waitFor(() => page.evaluate(() => window.replayState.frameSeq !== null), "the frame at the swipe");
@@ -184,6 +213,41 @@ try {
   await page.evaluate(() => new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve))));
   await page.screenshot({ path: path.join(args.out, "replay-player.png") });
   console.log(`screenshot: ${path.join(args.out, "replay-player.png")}`);
+
+  // The listing's search: a word the demo's screens showed leads to the moment it was on screen.
+  await page.setViewportSize({ width: 1280, height: 400 });
+  await page.goto(`${base}/`);
+  await page.fill("#q", "card frozen");
+  await Promise.all([page.waitForURL(/\?q=/), page.press("#q", "Enter")]);
+  const moments = page.locator("a.moment");
+  check((await moments.count()) > 0, "searching for words on the demo's screen finds moments",
+        await page.locator("#summary").innerText());
+  const momentLink = await moments.first().getAttribute("href");
+  const seenAt = Number(/#at=(\d+)/.exec(momentLink)?.[1]);
+  const hit = doc.frames.findLast((frame) => frame.t <= seenAt);
+  await page.screenshot({ path: path.join(args.out, "search.png") });
+  console.log(`screenshot: ${path.join(args.out, "search.png")}`);
+  await moments.first().click();
+  await waitFor(() => page.evaluate(() => window.replayState?.ready === true), "the replay from the search");
+  await waitFor(() => page.evaluate((seq) => window.replayState.frameSeq === seq, hit?.seqID), "the found capture");
+  const landed = await page.evaluate(() => window.replayState);
+  check(landed.time === seenAt && !landed.playing, "a moment opens the replay paused at its time",
+        `${landed.time} vs ${seenAt}`);
+  check(/card frozen/.test(await page.locator("#found").innerText()), "and says what was searched for");
+  // Read back with pdf.js, already loaded by the player.
+  const shownText = await page.evaluate(async (url) => {
+    const pdfjs = await import("/assets/pdfjs/pdf.min.mjs");
+    const pdf = await pdfjs.getDocument({ url, isEvalSupported: false }).promise;
+    const content = await (await pdf.getPage(1)).getTextContent();
+    return content.items.map((item) => item.str).join(" ");
+  }, hit.url);
+  check(/card\s*frozen/i.test(shownText), "the capture shown there holds the words", shownText.slice(0, 200));
+
+  // The password the demo's user typed into the secure field is nowhere in the index.
+  await page.goto(`${base}/?q=${encodeURIComponent("correct horse battery staple")}`);
+  check(/No recordings match/.test(await page.locator("#summary").innerText()),
+        "the demo's password finds nothing: redaction kept it out of every capture");
+  await page.setViewportSize({ width: 1280, height: 900 });
 
   // A recording without screen captures still plays its logs and network.
   const t0 = Date.now();

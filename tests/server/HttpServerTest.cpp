@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 
@@ -174,6 +175,35 @@ TEST(HttpServerTest, AThrowingHandlerGives500AndTheServerGoesOn) {
     EXPECT_EQ(get(base + "/throw").status, 500);
     EXPECT_EQ(get(base + "/throw-int").status, 500);
     EXPECT_EQ(get(base + "/ok").body, "fine");
+}
+
+TEST(HttpServerTest, AStreamedBodyGoesOutInChunksOrUntilTheCloseAndAFailingOneIsCutShort) {
+    qlm::ingest::HttpServer server({}, [](const qlm::ingest::HttpRequest& request) {
+        auto response = qlm::ingest::HttpResponse::text(200, "");
+        response.stream = [n = 0, fails = request.path == "/fails"]() mutable -> std::optional<std::string> {
+            if (fails && n == 1) throw std::runtime_error("the store went away");
+            const int piece = n++;
+            if (piece == 3) return std::nullopt;
+            return piece == 1 ? "" : "piece-" + std::to_string(piece);  // an empty piece ends nothing
+        };
+        return response;
+    });
+    server.start();
+    const std::string base = "http://127.0.0.1:" + std::to_string(server.port());
+    EXPECT_EQ(get(base + "/").body, "piece-0piece-2");
+    const Reply cut = get(base + "/fails");
+    EXPECT_EQ(cut.status, 0) << "a body cut short is no reply: " << cut.body;
+
+    RawConnection http11(server.port()), http10(server.port());
+    ASSERT_TRUE(http11.send("GET / HTTP/1.1\r\nConnection: close\r\n\r\n"));
+    const std::string chunked = http11.readUntilClosed();
+    EXPECT_NE(chunked.find("Transfer-Encoding: chunked\r\n"), std::string::npos) << chunked;
+    EXPECT_TRUE(chunked.ends_with("\r\n\r\n7\r\npiece-0\r\n7\r\npiece-2\r\n0\r\n\r\n")) << chunked;
+    ASSERT_TRUE(http10.send("GET / HTTP/1.0\r\n\r\n"));
+    const std::string plain = http10.readUntilClosed();
+    EXPECT_TRUE(plain.ends_with("\r\n\r\npiece-0piece-2")) << plain;
+    EXPECT_EQ(plain.find("Content-Length"), std::string::npos);
+    EXPECT_EQ(get(base + "/").status, 200);
 }
 
 }  // namespace

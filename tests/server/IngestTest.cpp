@@ -45,20 +45,25 @@ TEST(IngestTest, ValidBatchIsStoredOnceInSeqOrderAndRelaysTheDashboard) {
     EXPECT_EQ(stored[6]["message"]["status"], 204);
 }
 
-TEST(IngestTest, ConcurrentUploadsAreAllStored) {
+TEST(IngestTest, ConcurrentUploadsAreAllStoredAndIndexed) {
     RunningServer server;
     constexpr int kThreads = 6;
     constexpr int kBatches = 4;
+    // Each batch's screen capture a real page, so that poppler reads captures on several threads.
+    const std::string screen = capturedScreen("Card frozen").SerializeAsString();
+    const auto batch = [&](uint32_t first) {
+        auto events = everyKindOfEvent(first);
+        events[3].set_data(screen);
+        return encodeBatch(events);
+    };
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
             // Each thread extends a session of its own, and one shared with every other thread.
             for (uint32_t b = 0; b < kBatches; ++b) {
-                const std::string own = encodeBatch(everyKindOfEvent(b * 7));
-                const std::string shared = encodeBatch(everyKindOfEvent((t * kBatches + b) * 7));
-                failures += post(server.ingestURL("rec-" + std::to_string(t)), own).status != 201;
-                failures += post(server.ingestURL("shared"), shared).status != 201;
+                failures += post(server.ingestURL("rec-" + std::to_string(t)), batch(b * 7)).status != 201;
+                failures += post(server.ingestURL("shared"), batch((t * kBatches + b) * 7)).status != 201;
             }
         });
     }
@@ -67,6 +72,12 @@ TEST(IngestTest, ConcurrentUploadsAreAllStored) {
     EXPECT_EQ(failures, 0);
     for (int t = 0; t < kThreads; ++t) EXPECT_EQ(server.stored("rec-" + std::to_string(t)), 7u * kBatches);
     EXPECT_EQ(server.stored("shared"), 7u * kBatches * kThreads);
+    const json found = json::parse(get(server.url("/recordings.json?q=frozen")).body)["recordings"];
+    ASSERT_EQ(found.size(), kThreads + 1u);
+    for (const json& recording : found) {
+        const int64_t batches = recording["recordingID"] == "shared" ? kThreads * kBatches : kBatches;
+        EXPECT_EQ(recording["hits"], batches) << recording["recordingID"];
+    }
 }
 
 TEST(ViewsTest, SessionPageListsEventsInOrderEscapedAndLinksAFrameServedByteForByte) {

@@ -8,10 +8,6 @@
 #include <sstream>
 
 #include "capture/network/JsonValue.h"
-#include "capture/screen/RecursiveViewProcessor.h"
-#include "platform/uikit/UILabel.h"
-#include "platform/uikit/UITextField.h"
-#include "platform/uikit/UIView.h"
 #include "server/inspect/RecordingInspector.h"
 #include "tests/server/ServerHarness.h"
 #include "wire/qm_core.pb.h"
@@ -27,30 +23,9 @@ using nlohmann::json;
 // Quotes and a slash: the JSON writer escapes both, so a plain search of a body would miss it.
 const std::string kSecret = "pa\"ss/w0rd";
 
-// A sign-in screen rendered by the library, the password typed into a secure field; `visibleText`
-// is drawn in a label beside it.
+// A sign-in screen the library rendered, the password typed into a secure field.
 qm::ios::PDFViewCapture signInScreen(const std::string& visibleText) {
-    auto root = platform::UIView::make(platform::CGRectMake(0, 0, 390, 844));
-    auto label = platform::UIView::make<platform::UILabel>(platform::CGRectMake(20, 40, 340, 30));
-    label->setText(visibleText);
-    root->addSubview(label);
-    auto password = platform::UIView::make<platform::UITextField>(platform::CGRectMake(20, 100, 340, 40));
-    password->setSecureTextEntry(true);
-    password->setText(kSecret);
-    root->addSubview(password);
-    const quillmere::RecursiveViewProcessor processor({});
-    qm::ios::PDFViewCapture capture;
-    capture.set_pdfdata(std::string(processor.renderViews({root})->view()));
-    capture.set_width(390);
-    capture.set_height(844);
-    return capture;
-}
-
-qm::core::LogEvent output(const std::string& text) {
-    qm::core::LogEvent log;
-    log.set_loglevel(qm::core::LogEvent::LOG);
-    *log.add_args() = *quillmere::jsonValue(text);
-    return log;
+    return capturedScreen(visibleText, kSecret);
 }
 
 // A clean session: the password typed (but redacted), output and an exchange that never name it.
@@ -60,7 +35,7 @@ std::vector<qm::Event> cleanSession() {
     request.set_url("http://api.test/login");
     (*request.mutable_headers())["Authorization"] = "Bearer abc";
     *request.mutable_body() = *quillmere::jsonValue(R"({"user":"ada"})");
-    return {eventAt(0, 0, output("signing in\n")), eventAt(1, 10, signInScreen("Password")),
+    return {eventAt(0, 0, capturedOutput("signing in\n")), eventAt(1, 10, signInScreen("Password")),
             eventAt(2, 20, request)};
 }
 
@@ -114,8 +89,10 @@ TEST_P(PrivacyLeakTest, FailsNamingTheEventAndThePlace) {
 INSTANTIATE_TEST_SUITE_P(
     Places, PrivacyLeakTest,
     testing::Values(
-        Leak{"FrameText", [] { return eventAt(9, 30, signInScreen("Your password is " + kSecret)); }, "frame text"},
-        Leak{"CapturedOutput", [] { return eventAt(9, 30, output("debug: " + kSecret + "\n")); }, "args.arson"},
+        Leak{"FrameText", [] { return eventAt(9, 30, signInScreen("Your password is " + kSecret)); },
+             "frame text"},
+        Leak{"CapturedOutput", [] { return eventAt(9, 30, capturedOutput("debug: " + kSecret + "\n")); },
+             "args.arson"},
         Leak{"ResponseBody",
              [] {
                  qm::network::ResponseEvent response;

@@ -7,9 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "capture/network/JsonValue.h"
-#include "capture/screen/RecursiveViewProcessor.h"
-#include "platform/uikit/UILabel.h"
-#include "platform/uikit/UIView.h"
+#include "server/views/HarLog.h"
 #include "server/views/ReplayJson.h"
 #include "tests/server/ServerHarness.h"
 #include "wire/qm_core.pb.h"
@@ -21,28 +19,6 @@ namespace {
 
 using nlohmann::json;
 namespace fs = std::filesystem;
-
-// A screen as the scanner captures it: one label on a view the size of the screen.
-qm::ios::PDFViewCapture capturedScreen(const std::string& text) {
-    auto root = platform::UIView::make(platform::CGRectMake(0, 0, 390, 844));
-    auto label = platform::UIView::make<platform::UILabel>(platform::CGRectMake(20, 40, 300, 30));
-    label->setText(text);
-    root->addSubview(label);
-    const quillmere::RecursiveViewProcessor processor({});
-    const auto pdf = processor.renderViews({root});
-    qm::ios::PDFViewCapture capture;
-    capture.set_pdfdata(std::string(pdf->view()));
-    capture.set_width(390);
-    capture.set_height(844);
-    return capture;
-}
-
-qm::core::LogEvent capturedOutput(const std::string& text, qm::core::LogEvent::LogLevel level) {
-    qm::core::LogEvent log;
-    log.set_loglevel(level);
-    *log.add_args() = *quillmere::jsonValue(text);
-    return log;
-}
 
 qm::ios::TouchEvent touch(qm::ios::TouchEvent::MotionType type, float x, float y, double eventTime) {
     qm::ios::TouchEvent event;
@@ -227,6 +203,69 @@ TEST(ReplayDocumentTest, UnreadableRowsAreListedAsProblemsAndTheRestStillPlays) 
     EXPECT_EQ(doc["network"][0]["status"], 0);
     EXPECT_EQ(doc["network"][0]["responseHeaders"], json::object());
     EXPECT_EQ(doc["strokes"].size(), 1u);
+}
+
+// The same recording's exchanges as HAR: paired as the player pairs them, in the order they began.
+TEST(NetworkHarTest, ExportsEachExchangeOfALibraryRecordingAsAnEntry) {
+    RunningServer server;
+    ASSERT_EQ(post(server.ingestURL("rec-1"), encodeBatch(librarySession())).status, 201);
+    const Reply reply = get(server.url("/app-1/s/rec-1/0/network.har"));
+    ASSERT_EQ(reply.status, 200) << reply.error;
+    EXPECT_EQ(reply.contentType, "application/json");
+    const json log = json::parse(reply.body)["log"];
+    EXPECT_EQ(log["version"], "1.2");
+    EXPECT_EQ(log["pages"][0]["startedDateTime"], "2023-11-14T22:13:20.000Z");
+
+    const json& entries = log["entries"];
+    ASSERT_EQ(entries.size(), 3u);
+    std::vector<std::string> order;
+    for (const json& entry : entries) {
+        order.push_back(entry["_reqId"]);
+        EXPECT_EQ(entry["pageref"], log["pages"][0]["id"]);
+        EXPECT_EQ(entry["time"], entry["timings"]["wait"]);
+    }
+    EXPECT_EQ(order, (std::vector<std::string>{"ios-0", "ios-1", "ios-2"}));
+    const json& cart = entries[1];
+    EXPECT_EQ(cart["startedDateTime"], "2023-11-14T22:13:20.300Z");
+    EXPECT_NEAR(cart["time"].get<double>(), 2.5, 1e-9);
+    EXPECT_EQ(cart["request"]["method"], "POST");
+    EXPECT_EQ(cart["request"]["headers"],
+              json::parse(R"([{"name":"Content-Type","value":"application/json"}])"));
+    EXPECT_EQ(cart["request"]["postData"],
+              json({{"mimeType", "application/json"}, {"text", R"({"items":["a/b"]})"}}));
+    EXPECT_EQ(cart["response"]["status"], 201);
+    EXPECT_EQ(cart["response"]["statusText"], "Created");
+    EXPECT_EQ(cart["response"]["content"], json({{"size", 0}, {"mimeType", "x-unknown"}, {"text", ""}}));
+    EXPECT_EQ(entries[0]["response"]["statusText"], "Service Unavailable")
+        << "an answer to an unrecorded request";
+    EXPECT_EQ(entries[0]["startedDateTime"], "2023-11-14T22:13:20.250Z");
+    EXPECT_EQ(entries[2]["response"]["status"], 0) << "no answer";
+    EXPECT_TRUE(entries[2]["response"].contains("_error"));
+    EXPECT_EQ(get(server.url("/app-1/s/rec-9/0/network.har")).status, 404);
+}
+
+// An unanswered request holds back the exchanges after it, but only so many.
+TEST(NetworkHarTest, HoldsBackNoMoreThanItsShareOfExchanges) {
+    qlm::ingest::HarLog log({{"a", "r", 0}, "t"}, "1");
+    const auto event = [](uint32_t seqID, const char* type, const std::string& fields) {
+        return qlm::ingest::StoredEvent{seqID, 1.7e12, 0, type, "", "{" + fields + "}"};
+    };
+    const auto request = [&](uint32_t n) {
+        return event(n, "qm.network.RequestEvent",
+                     R"("reqId":"ios-)" + std::to_string(n) + R"(","url":"http://a.test/")");
+    };
+    std::string har = log.begin();
+    for (uint32_t n = 0; n < qlm::ingest::kMaxHeldExchanges; ++n) EXPECT_EQ(log.add(request(n)), "") << n;
+    har += log.add(request(qlm::ingest::kMaxHeldExchanges));
+    EXPECT_NE(har.find(R"("_reqId":"ios-0")"), std::string::npos) << "the oldest goes out unanswered";
+    har += log.add(event(1000, "qm.network.ResponseEvent", R"("reqId":"ios-1","status":200)"));
+    har += log.end();
+    const json entries = json::parse(har)["log"]["entries"];
+    ASSERT_EQ(entries.size(), qlm::ingest::kMaxHeldExchanges + 1);
+    EXPECT_EQ(entries[0]["response"]["status"], 0);
+    EXPECT_EQ(entries[1]["response"]["status"], 200);
+    for (std::size_t i = 0; i < entries.size(); ++i)
+        EXPECT_EQ(entries[i]["_reqId"], "ios-" + std::to_string(i));
 }
 
 class PageFilesTest : public testing::Test {

@@ -1,7 +1,5 @@
 #include "tests/server/ServerHarness.h"
 
-#include "server/store/SqliteStore.h"
-
 #include <arpa/inet.h>
 #include <curl/curl.h>
 #include <netinet/in.h>
@@ -11,6 +9,12 @@
 
 #include <chrono>
 
+#include "capture/network/JsonValue.h"
+#include "capture/screen/RecursiveViewProcessor.h"
+#include "platform/uikit/UILabel.h"
+#include "platform/uikit/UITextField.h"
+#include "platform/uikit/UIView.h"
+#include "server/store/SqliteStore.h"
 #include "wire/qm_core.pb.h"
 #include "wire/qm_ios.pb.h"
 #include "wire/qm_network.pb.h"
@@ -32,6 +36,32 @@ qm::Event eventAt(uint32_t seqID, double offset, const google::protobuf::Message
     event.set_time(1700000000000.0 + offset);
     event.set_timeoffset(offset);
     return event;
+}
+
+qm::ios::PDFViewCapture capturedScreen(const std::string& text, const std::string& secret) {
+    auto root = platform::UIView::make(platform::CGRectMake(0, 0, 390, 844));
+    auto label = platform::UIView::make<platform::UILabel>(platform::CGRectMake(20, 40, 340, 30));
+    label->setText(text);
+    root->addSubview(label);
+    if (!secret.empty()) {
+        auto field = platform::UIView::make<platform::UITextField>(platform::CGRectMake(20, 100, 340, 40));
+        field->setSecureTextEntry(true);
+        field->setText(secret);
+        root->addSubview(field);
+    }
+    const quillmere::RecursiveViewProcessor processor({});
+    qm::ios::PDFViewCapture capture;
+    capture.set_pdfdata(std::string(processor.renderViews({root})->view()));
+    capture.set_width(390);
+    capture.set_height(844);
+    return capture;
+}
+
+qm::core::LogEvent capturedOutput(const std::string& text, qm::core::LogEvent::LogLevel level) {
+    qm::core::LogEvent log;
+    log.set_loglevel(level);
+    *log.add_args() = *quillmere::jsonValue(text);
+    return log;
 }
 
 std::string fakePdf(std::size_t size) {

@@ -15,6 +15,8 @@
 #include "server/http/HttpServer.h"
 #include "server/store/RecordingStore.h"
 #include "wire/qm.pb.h"
+#include "wire/qm_core.pb.h"
+#include "wire/qm_ios.pb.h"
 
 namespace qlm_test {
 
@@ -24,6 +26,12 @@ qm::Event eventOf(uint32_t seqID, const google::protobuf::Message& inner);
 qm::Event eventAt(uint32_t seqID, double offset, const google::protobuf::Message& inner);
 // One event of each of the seven types, seqIDs first..first+6; at first+3 a capture of fakePdf(3000).
 std::vector<qm::Event> everyKindOfEvent(uint32_t first = 0);
+// A screen as the library's own renderer captures it: a label showing `text` on a view the size
+// of a phone's screen and, when `secret` is not empty, a secure text field holding it.
+qm::ios::PDFViewCapture capturedScreen(const std::string& text, const std::string& secret = "");
+// Output as the library captures it: the text wrapped in a JSON array.
+qm::core::LogEvent capturedOutput(const std::string& text,
+                                  qm::core::LogEvent::LogLevel level = qm::core::LogEvent::LOG);
 std::string encodeBatch(const std::vector<qm::Event>& events, const std::string& appID = "app-1");
 std::string fakePdf(std::size_t size);
 

@@ -143,6 +143,77 @@ TEST_P(StoreTest, TwoHandlesStoringOverlappingBatchesAtOnceStoreEachEventOnce) {
     EXPECT_EQ(stores[1]->recordings().size(), 1u);
 }
 
+// Three recordings stored in the order a, b, c (so listed c, b, a): what each filter and search
+// lets through, newest first.
+TEST_P(StoreTest, FindsRecordingsByTagsAndWordsOfOneEventNewestFirstInPages) {
+    const auto store = open();
+    const auto indexed = [](uint32_t seqID, std::string words, std::vector<RecordingTag> tags = {}) {
+        DecodedEvent event = decoded(seqID);
+        event.words = std::move(words);
+        event.tags = std::move(tags);
+        return event;
+    };
+    const auto add = [&](std::string app, std::string recording, std::vector<DecodedEvent> events) {
+        store->addBatch({{std::move(app), std::move(recording), 0}, "tab", std::move(events)});
+    };
+    add("app-1", "a",
+        {indexed(1, "", {{kUserTag, "", "ada"}, {kTraitTag, "plan", "pro"}}), indexed(2, "card frozen 4417"),
+         indexed(3, "payment sent", {{kErrorTag, "", ""}}), indexed(4, "card ending")});
+    add("app-2", "b", {indexed(1, "card unfrozen", {{kUserTag, "", "bob"}, {kTraitTag, "plan", "free"}})});
+    add("app-1", "c", {indexed(1, "statement ready")});
+    // A repeat of a stored seqID adds nothing to the index either.
+    add("app-1", "c", {indexed(1, "zebra", {{kErrorTag, "", ""}})});
+
+    struct Case {
+        RecordingFilter filter;
+        std::vector<std::string> found;
+    };
+    const Case cases[] = {
+        {{}, {"c", "b", "a"}},
+        {{.appID = "app-1"}, {"c", "a"}},
+        {{.userID = "bob"}, {"b"}},
+        {{.traitName = "plan"}, {"b", "a"}},
+        {{.traitName = "plan", .traitValue = "pro"}, {"a"}},
+        {{.withErrors = true}, {"a"}},
+        {{.from = 0.0}, {"c", "b", "a"}},
+        {{.from = 4e12}, {}},
+        {{.to = 1e12}, {}},
+        {{.words = {"card"}}, {"b", "a"}},
+        {{.words = {"unfroz", "card"}}, {"b"}},
+        {{.words = {"ard"}}, {}},              // words match from their start
+        {{.words = {"card", "payment"}}, {}},  // in one and the same event
+        {{.words = {"zebra"}}, {}},
+        {{.appID = "app-2", .words = {"4417"}}, {}},
+    };
+    for (const Case& c : cases) {
+        std::vector<std::string> found;
+        for (const auto& f : store->findRecordings(c.filter, std::nullopt, 10, 5).recordings)
+            found.push_back(f.recording.key.recordingID);
+        EXPECT_EQ(found, c.found) << "case " << (&c - cases);
+    }
+
+    const auto card = store->findRecordings({.words = {"card"}}, std::nullopt, 10, 1).recordings;
+    ASSERT_EQ(card.size(), 2u);
+    const FoundRecording& a = card[1];
+    EXPECT_EQ(a.hits, 2);
+    ASSERT_EQ(a.moments.size(), 1u) << "no more moments than asked for";
+    EXPECT_EQ(a.moments[0].seqID, 2u);
+    EXPECT_EQ(a.moments[0].timeOffset, 20.5);
+    EXPECT_EQ(a.moments[0].summary, "event 2");
+    EXPECT_TRUE(a.recording.hasErrors);
+    EXPECT_EQ(a.recording.userIDs, std::vector<std::string>{"ada"});
+    EXPECT_FALSE(card[0].recording.hasErrors) << "b";
+
+    std::vector<std::string> paged;
+    std::optional<RecordingCursor> after;
+    do {
+        const RecordingPage page = store->findRecordings({}, after, 1, 0);
+        for (const auto& f : page.recordings) paged.push_back(f.recording.key.recordingID);
+        after = page.next;
+    } while (after && paged.size() < 5);
+    EXPECT_EQ(paged, (std::vector<std::string>{"c", "b", "a"}));
+}
+
 INSTANTIATE_TEST_SUITE_P(Backends, StoreTest, testing::ValuesIn(kBackends),
                          [](const auto& info) { return info.param.name; });
 
