@@ -244,7 +244,7 @@ void replySlowerThanTheTimeOut() {
     EXPECT_TRUE(qlm_test::waitUntil([&] { return server.requests().size() == 1; }, 10s));
     uploader->append(qlm_test::numberedEvent(2));
     EXPECT_TRUE(qlm_test::waitUntil([&] { return server.requests().size() == 2; }, 10s));
-    qlm_test::stopAndSettle(uploader);
+    qlm_test::stopAndSettle(*uploader);
     EXPECT_TRUE(host.err.waitFor("Quillmere: Upload task failed"));
     EXPECT_EQ(delegate->accepted, 1) << "the timed-out batch counts as not accepted";
     EXPECT_EQ(received(server), numbersFrom(0, 3));
