@@ -105,8 +105,7 @@ public:
 
     void settle() {
         if (!core_) return;
-        std::weak_ptr<Uploader> uploader = core_->uploader();
-        EXPECT_TRUE(qlm_test::waitUntil([&] { return uploader.use_count() <= 1; }, 20s));
+        EXPECT_TRUE(core_->flush(std::chrono::steady_clock::now() + 20s));
         made_ = static_cast<uint32_t>(core_->session()->seqID().value());
     }
 

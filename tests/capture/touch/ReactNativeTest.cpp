@@ -9,6 +9,7 @@
 #include "platform/uikit/UITapGestureRecognizer.h"
 #include "platform/uikit/UIViewController.h"
 #include "tests/capture/touch/TouchTestSupport.h"
+#include "engine/SDK.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TouchTrace.h"
 
@@ -104,10 +105,10 @@ TEST(ReactNativeSwizzler, AnswersNoForExactlyATouchShimAndDefersOtherwise) {
 
 void startAndStopWithoutReactNative() {
     EXPECT_EQ(NSClassFromString(QLMReactNativeSwizzler::kTouchHandlerClassName), nullptr);
-    const auto window = shownWindow();
-    window->addGestureRecognizer(TouchShim::make());
-    TouchScreen screen(window);
     RunningLibrary library;
+    const auto window = shownWindow();
+    window->addGestureRecognizer(TouchShim::make(quillmere::SDK::currentSink()));
+    TouchScreen screen(window);
     EXPECT_EQ(quillmere::originalMethod.load(), nullptr);
     EXPECT_EQ(quillmere::originalImplementation.load(), nullptr);
     screen.tap({10, 10});
@@ -128,14 +129,25 @@ std::vector<std::shared_ptr<UIGestureRecognizer>> shimsOn(const UIWindow& window
     return shims;
 }
 
-void scan(quillmere::Core& core) {
-    quillmere::RootViewScanner::PendingCapture capture;
-    core.viewScanner()->scanWindows(capture);
-}
+// A scanner for the running library, as the Core makes one; scanning stops as the library does.
+struct Scanning {
+    Scanning() : scanner(quillmere::RootViewScanner::make(quillmere::SDK::currentSink(), configuration)) {}
+    void scan() {
+        quillmere::RootViewScanner::PendingCapture capture;
+        scanner->scanWindows(capture);
+    }
+    std::vector<std::string> stop() {
+        scanner->stop();
+        return summaries(library.stop());
+    }
+    RunningLibrary library;
+    quillmere::Configuration configuration{"app-1"};
+    std::shared_ptr<quillmere::RootViewScanner> scanner;
+};
 
 // React Native's handler on the root view, beside the shim the scanner attaches to the window. By
 // its own answer the handler would wait for the shim, which fails only as the touches end, so it
-// would never begin: while the library runs it is kept from waiting, and at shutdown the shim
+// would never begin: while the library runs it is kept from waiting, and as scanning stops the shim
 // goes. Before, during, after and during a second run, a drag is the same to the handler.
 TEST(ReactNativeTouchHandler, RecognizesBeforeWhileAfterAndAgainWhileTheLibraryRuns) {
     const auto window = shownWindow();
@@ -156,8 +168,8 @@ TEST(ReactNativeTouchHandler, RecognizesBeforeWhileAfterAndAgainWhileTheLibraryR
                            "handler ended"};
     EXPECT_EQ(drag(), recognized);
 
-    RunningLibrary first;
-    scan(*first.core());
+    Scanning first;
+    first.scan();
     const auto firstShims = shimsOn(*window);
     ASSERT_EQ(firstShims.size(), 1u);
     EXPECT_EQ(drag(), recognized);
@@ -165,15 +177,15 @@ TEST(ReactNativeTouchHandler, RecognizesBeforeWhileAfterAndAgainWhileTheLibraryR
     EXPECT_TRUE(shimsOn(*window).empty());
     EXPECT_EQ(drag(), recognized);
 
-    RunningLibrary second;
-    scan(*second.core());
-    scan(*second.core());
+    Scanning second;
+    second.scan();
+    second.scan();
     const auto secondShims = shimsOn(*window);
     ASSERT_EQ(secondShims.size(), 1u);
     EXPECT_NE(secondShims[0], firstShims[0]);
-    EXPECT_TRUE(second.core()->viewScanner()->trackedWindows().containsObject(window));
+    EXPECT_TRUE(second.scanner->trackedWindows().containsObject(window));
     EXPECT_EQ(drag(), recognized);
-    EXPECT_EQ(summaries(second.stop()), (std::vector<std::string>{"DOWN 100", "MOVE 100 <100 100>", "UP 100"}));
+    EXPECT_EQ(second.stop(), (std::vector<std::string>{"DOWN 100", "MOVE 100 <100 100>", "UP 100"}));
     EXPECT_TRUE(shimsOn(*window).empty());
     EXPECT_EQ(drag(), recognized);
 }
