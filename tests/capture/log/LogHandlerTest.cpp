@@ -1,6 +1,6 @@
-// Log capture against real pipes and a console of the test's own: the handler with a recording
-// sink, and once the library end to end. Every case that redirects runs in a child process: the
-// library takes descriptors 1 and 2.
+// Log capture against real pipes and a console of the test's own, with a recording sink. The
+// library's log capture end to end is the fault matrix's (tests/faults). Every case that redirects
+// runs in a child process: capture takes descriptors 1 and 2.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -15,11 +15,10 @@
 
 #include "capture/log/LogHandler.h"
 #include "capture/network/JsonValue.h"
-#include "engine/SDK.h"
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSJSONSerialization.h"
 #include "platform/foundation/NSString.h"
-#include "tests/engine/EngineTestSupport.h"
+#include "tests/support/Wait.h"
 #include "tests/support/Console.h"
 #include "tests/support/RecordingSink.h"
 #include "wire/qm_core.pb.h"
@@ -32,8 +31,8 @@ using Logged = std::vector<std::pair<Level, std::string>>;
 
 namespace {
 
-// Each event's level and its arguments' texts, joined; sorted, as the two streams' drains (and
-// the host's log calls) hand their events over side by side.
+// Each event's level and its arguments' texts, joined; sorted, as the two streams' drains hand
+// their events over side by side.
 Logged logged(const std::vector<qm::core::LogEvent>& events) {
     Logged lines;
     for (const auto& event : events) {
@@ -154,33 +153,6 @@ void bulkOutputArrivesWholeAndInOrder() {
 
 TEST(LogCapture, OutputOfAnotherThreadBeyondAPipefulArrivesWholeAndInOrder) {
     qlm_test::inChildProcess(bulkOutputArrivesWholeAndInOrder);
-}
-
-// The library as a host runs it: output and the host's own log calls (which never touch the pipes)
-// reach the ingest server; after shutdown the descriptors are back.
-void theLibraryCapturesUntilShutdown() {
-    Console out(STDOUT_FILENO);
-    qlm_test::IngestServer server;
-    auto configuration = qlm_test::configurationFor(server);
-    configuration->setLogCaptureEnabled(true);
-    ASSERT_TRUE(SDK::initialize(configuration));
-    const auto core = SDK::currentCore();
-    printLine(stdout, "hello\n");
-    EXPECT_TRUE(out.waitFor("hello\n"));
-    SDK::addLog("WARN", {"a/b", "c"});
-    qlm_test::shutDownAndSettle(*core);
-    EXPECT_TRUE(out.isBehind(STDOUT_FILENO));
-
-    std::vector<qm::core::LogEvent> events;
-    for (const auto& event : server.events()) {
-        if (event.type() == "qm.core.LogEvent") events.push_back(qlm_test::innerMessage<qm::core::LogEvent>(event));
-    }
-    EXPECT_EQ(logged(events), (Logged{{qm::core::LogEvent_LogLevel_LOG, R"(["hello\n"])"},
-                                      {qm::core::LogEvent_LogLevel_WARN, "a/b|c"}}));
-}
-
-TEST(LogCapture, WithTheLibraryRunningOutputAndLogCallsReachTheServer) {
-    qlm_test::inChildProcess(theLibraryCapturesUntilShutdown);
 }
 
 class LogEventFromLevel : public ::testing::TestWithParam<std::tuple<const char*, Level>> {};

@@ -1,5 +1,5 @@
-// TouchShim: the messages a touch gives, and that the host's views and recognizers see exactly
-// what they would without it.
+// TouchShim: the messages a touch gives. That the host's views and recognizers see exactly what
+// they would without it is the capture-off/capture-on comparison's (tests/noninterference).
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -7,10 +7,8 @@
 
 #include "capture/touch/TouchShim.h"
 #include "platform/uikit/UIPanGestureRecognizer.h"
-#include "platform/uikit/UITapGestureRecognizer.h"
 #include "tests/capture/touch/TouchTestSupport.h"
 #include "tests/support/RecordingSink.h"
-#include "tests/support/TouchTrace.h"
 
 using namespace platform;
 using namespace qlm_test;
@@ -203,112 +201,6 @@ TEST(TouchShimMessages, WithItsSinkGoneNothingIsSentAndTheBookkeepingIsTheSame) 
     screen.send({{touch, kEnded, {13, 0}}});
     EXPECT_FALSE(pending());
     EXPECT_TRUE(gone.expired()) << "the shim kept its sink alive";
-}
-
-// A host screen: a button with a tap, a list with a pan that scrolls it, a view with a double tap
-// that a single tap waits for, and a two-finger pan.
-struct HostScreen {
-    explicit HostScreen(const std::shared_ptr<Trace>& trace) {
-        window = shownWindow();
-        background = TracingView::make(trace, "background", CGRectMake(0, 0, 400, 800));
-        window->addSubview(background);
-        button = TracingView::make(trace, "button", CGRectMake(20, 20, 200, 50));
-        list = TracingView::make(trace, "list", CGRectMake(0, 100, 400, 300));
-        card = TracingView::make(trace, "card", CGRectMake(0, 420, 400, 100));
-        canvas = TracingView::make(trace, "canvas", CGRectMake(0, 540, 400, 260));
-        for (const auto& v : {button, list, card, canvas}) background->addSubview(v);
-        add<UITapGestureRecognizer>(trace, "tap", button);
-        auto pan = add<UIPanGestureRecognizer>(trace, "pan", list);
-        recorders.back()->then = [this, pan](UIGestureRecognizer&) {
-            scrolled = pan->translationInView(list.get()).y;
-        };
-        auto single = add<UITapGestureRecognizer>(trace, "single", card);
-        auto doubleTap = add<UITapGestureRecognizer>(trace, "double", card);
-        doubleTap->setNumberOfTapsRequired(2);
-        single->requireGestureRecognizerToFail(doubleTap);
-        auto twoFingers = add<UIPanGestureRecognizer>(trace, "two", canvas);
-        twoFingers->setMinimumNumberOfTouches(2);
-        twoFingers->setCancelsTouchesInView(false);
-    }
-
-    template <class R>
-    std::shared_ptr<R> add(const std::shared_ptr<Trace>& trace, const std::string& name,
-                           const std::shared_ptr<UIView>& view) {
-        auto r = std::make_shared<R>();
-        recorders.push_back(ActionRecorder::make(trace, name));
-        recorders.back()->observe(*r);
-        view->addGestureRecognizer(r);
-        return r;
-    }
-
-    std::shared_ptr<UIWindow> window;
-    std::shared_ptr<TracingView> background, button, list, card, canvas;
-    std::vector<std::shared_ptr<ActionRecorder>> recorders;
-    CGFloat scrolled = 0;
-};
-
-struct HostScenario {
-    const char* name;
-    std::function<void(TouchScreen&, HostScreen&, Trace&)> run;
-};
-
-TEST(TouchShimInvisibility, TheHostsViewsAndRecognizersSeeTheSameWithAndWithoutIt) {
-    const std::vector<HostScenario> scenarios = {
-        {"tap on the button",
-         [](TouchScreen& s, HostScreen&, Trace&) {
-             s.tap({100, 40});
-         }},
-        {"tap beside the button",
-         [](TouchScreen& s, HostScreen&, Trace&) {
-             s.tap({300, 40});
-         }},
-        {"drag through the list",
-         [](TouchScreen& s, HostScreen& h, Trace& t) {
-             s.drag({200, 350}, {200, 150}, 12);
-             t.push_back("scrolled " + std::to_string(static_cast<int>(h.scrolled)));
-         }},
-        {"drag cancelled by the system",
-         [](TouchScreen& s, HostScreen&, Trace&) {
-             const auto touch = s.touchDown({200, 300});
-             for (int y = 290; y >= 240; y -= 10) s.touchMove(touch, {200, static_cast<CGFloat>(y)});
-             s.touchCancel(touch);
-         }},
-        {"single tap waiting for a double tap to fail",
-         [](TouchScreen& s, HostScreen&, Trace& t) {
-             s.tap({200, 470});
-             EXPECT_TRUE(runMainLoopUntil([&] { return traceHas(t, "single ended"); }));
-         }},
-        {"double tap",
-         [](TouchScreen& s, HostScreen&, Trace&) {
-             s.tap({200, 470});
-             s.tap({200, 470});
-         }},
-        {"two fingers",
-         [](TouchScreen& s, HostScreen&, Trace&) {
-             const auto a = s.newTouch(), b = s.newTouch();
-             s.send({{a, kBegan, {100, 600}}});
-             s.send({{b, kBegan, {200, 600}}});
-             for (CGFloat y = 610; y <= 660; y += 10) s.send({{a, kMoved, {100, y}}, {b, kMoved, {200, y}}});
-             s.send({{a, kEnded, {100, 660}}});
-             s.send({{b, kEnded, {200, 660}}});
-         }},
-    };
-    for (const auto& scenario : scenarios) {
-        SCOPED_TRACE(scenario.name);
-        Trace runs[2];
-        for (int withShim = 0; withShim < 2; ++withShim) {
-            const auto trace = std::make_shared<Trace>();
-            HostScreen host(trace);
-            if (withShim) host.window->addGestureRecognizer(TouchShim::make());
-            TouchScreen screen(host.window);
-            double now = 50;
-            screen.setClock([&] { return now += 0.01; });
-            scenario.run(screen, host, *trace);
-            runs[withShim] = *trace;
-        }
-        EXPECT_FALSE(runs[0].empty());
-        EXPECT_EQ(runs[1], runs[0]);
-    }
 }
 
 }  // namespace
