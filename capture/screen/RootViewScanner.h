@@ -20,7 +20,6 @@
 #include "engine/Configuration.h"
 #include "engine/EventSink.h"
 #include "engine/PacedTimer.h"
-#include "platform/dispatch/DispatchTime.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSHashTable.h"
 #include "platform/uikit/UIWindow.h"
