@@ -2,10 +2,10 @@
 
 #include <charconv>
 #include <cmath>
+#include <future>
 
 #include "capture/log/LogHandler.h"
 #include "capture/network/NetworkRequestInterceptor.h"
-#include "capture/network/NetworkShim.h"
 #include "capture/screen/RootViewScanner.h"
 #include "capture/touch/QLMReactNativeSwizzler.h"
 #include "engine/BundleInfo.h"
@@ -17,7 +17,7 @@
 #include "platform/foundation/NSLog.h"
 #include "platform/foundation/NSString.h"
 #include "platform/uikit/UIDevice.h"
-#include "platform/url/NSURLProtocol.h"
+#include "upload/Uploader.h"
 
 namespace quillmere {
 
@@ -49,15 +49,13 @@ std::shared_ptr<Core> Core::make(std::shared_ptr<Session> session,
                                  std::shared_ptr<Configuration> configuration) {
     if (!session || !configuration) return nullptr;
     std::shared_ptr<Core> core(new Core(std::move(session), std::move(configuration)));
-    // The members refer back to the Core, which they can only once a shared_ptr owns it.
-    core->uploader_ =
-        Uploader::make(core->session_, core->configuration_->serverURL(), core->weak_from_this());
+    // The members refer back to the Core, weakly, which they can only once a shared_ptr owns it.
+    const std::weak_ptr<Core> weak = core;
+    core->uploader_ = Uploader::make(core->session_, core->configuration_->serverURL(), weak);
     if (!core->uploader_) return nullptr;
-    // The scanner holds the Core strongly in turn, so the two outlive SDK's reference together.
-    core->viewScanner_ = RootViewScanner::make(core, *core->configuration_);
-    // Holds the Core strongly too. Its copies of descriptors 1 and 2 are taken whether or not log
-    // capture is on.
-    core->logHandler_ = LogHandler::make(core);
+    core->viewScanner_ = RootViewScanner::make(weak, *core->configuration_);
+    // Its copies of descriptors 1 and 2 are taken whether or not log capture is on.
+    core->logHandler_ = LogHandler::make(weak);
     core->networkRequestInterceptor_ = std::make_shared<NetworkRequestInterceptor>();
     core->reactNativeSwizzler_ = QLMReactNativeSwizzler::make();
     return core;
@@ -76,37 +74,52 @@ void Core::start() {
     identify(Session::lowercaseUUID(), Traits{}, true);
     // Whether or not touches are captured: a shim attached by an earlier run may still be on a window.
     reactNativeSwizzler_->swizzle();
-    if (configuration_->networkCaptureEnabled()) {
-        platform::NSURLProtocol::registerClass(NetworkShim::protocolClass());
-        networkRequestInterceptor_->setProtocolClassesSwizzled(true);
-    }
+    if (configuration_->networkCaptureEnabled()) networkRequestInterceptor_->start(weak_from_this());
     if (configuration_->logCaptureEnabled()) logHandler_->start();
     if (configuration_->viewScanningEnabled()) viewScanner_->start();
 }
 
 void Core::shutdown() {
     // The flags are read as they stand now: a capture switched off after start stays installed.
-    if (configuration_->networkCaptureEnabled()) {
-        platform::NSURLProtocol::unregisterClass(NetworkShim::protocolClass());
-        // Requests that a shim already serves go on to their end.
-        networkRequestInterceptor_->setProtocolClassesSwizzled(false);
-    }
+    if (configuration_->networkCaptureEnabled()) networkRequestInterceptor_->stop();
     // Whatever the flag says now: a handler that started puts the descriptors back, and every
     // handler closes its copies, so that restarts leave no descriptor behind. Before the last send,
     // which then carries what was written up to here.
     logHandler_->stop();
     if (configuration_->viewScanningEnabled()) {
-        const auto timer = viewScanner_->timer();
-        if (!timer->isCancelled()) timer->cancel();
+        viewScanner_->stop();
+    } else {
+        // Whatever the flag says now: the host's recognizers, React Native's among them, are then
+        // as if the library had never run.
+        viewScanner_->detachTouchShims();
     }
-    // Whatever the flag says now: the host's recognizers, React Native's among them, are then as if
-    // the library had never run.
-    viewScanner_->detachTouchShims();
     reactNativeSwizzler_->deswizzle();
     // The pieces the drains passed on last are still being encoded: they join the last send.
     platform::dispatch_sync(queue_, [] {});
     uploader_->stop();
     SDK::clearCore(*this);
+}
+
+bool Core::flush(std::chrono::steady_clock::time_point deadline) {
+    // The core queue is serial: once this block has run, so has every second half before it.
+    const auto drained = std::make_shared<std::promise<void>>();
+    auto future = drained->get_future();
+    queue_->async([drained] { drained->set_value(); });
+    if (future.wait_until(deadline) != std::future_status::ready) return false;
+    return uploader_->flush(deadline);
+}
+
+void Core::add(EventType type, std::shared_ptr<Capture> capture) noexcept {
+    try {
+        auto event = stampEvent(type);
+        if (!event || !capture) return;
+        queue_->async([weak = weak_from_this(), event = std::move(*event), capture = std::move(capture)]() mutable {
+            // Null: it could not be built; the capture is lost, its sequence number stays used.
+            if (auto* message = capture->message()) finishEvent(weak, event, *message);
+        });
+    } catch (const std::exception&) {
+        // Only allocation can fail here; the capture is lost, the host goes on.
+    }
 }
 
 void Core::sendMetadata() {
@@ -169,6 +182,18 @@ bool Core::shouldCaptureRequest(const platform::NSURLRequest& request) const {
     // The library's own uploads.
     if (url->absoluteString().starts_with(configuration_->serverURL())) return false;
     return true;
+}
+
+int64_t Core::nextRequestID() noexcept {
+    return reqID_.getAndIncrement();
+}
+
+std::shared_ptr<RequestSanitizer> Core::requestSanitizer() const {
+    return configuration_->requestSanitizer();
+}
+
+std::shared_ptr<ResponseSanitizer> Core::responseSanitizer() const {
+    return configuration_->responseSanitizer();
 }
 
 void Core::identify(const std::string& hostUserID, const std::optional<Traits>& hostTraits,

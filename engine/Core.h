@@ -1,31 +1,31 @@
 #pragma once
-// The running engine of one session: owns the Uploader (and the capture objects), stamps every
-// capture as a qm.Event and funnels it to the Uploader's buffer, identifies the user and forms the
-// replay URL. One Core per SDK::initialize; it is never restarted.
+// The running engine of one session: owns the Uploader and the capture objects, is the sink that
+// stamps every capture as a qm.Event and funnels it to the Uploader's buffer, identifies the user
+// and forms the replay URL. One Core per SDK::initialize; it is never restarted.
 //
-// Threads: make, start, shutdown on the host's thread that drives SDK; addEvent,
-// shouldCaptureRequest, identify and sessionURL on any thread. The Uploader refers back weakly.
+// Threads: make, start, shutdown on the host's thread that drives SDK; the sink's operations,
+// identify and sessionURL on any thread. Everything the Core owns refers back to it weakly, so the
+// Core goes with the last outside reference (SDK's, once shut down), on whichever thread lets go
+// of it.
 #include <google/protobuf/message.h>
 
+#include <chrono>
 #include <cstdint>
-#include <exception>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <type_traits>
-#include <utility>
 
 #include "engine/AtomicInteger.h"
 #include "engine/Configuration.h"
 #include "engine/EventType.h"
+#include "engine/NetworkEventSink.h"
 #include "engine/ReadyStateDelegate.h"
 #include "engine/Session.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/objc/Runtime.h"
 #include "platform/url/NSURLRequest.h"
-#include "upload/Uploader.h"
 #include "wire/qm.pb.h"
 
 namespace quillmere {
@@ -34,8 +34,9 @@ class LogHandler;
 class NetworkRequestInterceptor;
 class QLMReactNativeSwizzler;
 class RootViewScanner;
+class Uploader;
 
-class Core final : public ReadyStateDelegate, public std::enable_shared_from_this<Core> {
+class Core final : public NetworkEventSink, public ReadyStateDelegate, public std::enable_shared_from_this<Core> {
 public:
     using Traits = std::map<std::string, std::string>;
 
@@ -63,19 +64,21 @@ public:
     // uploader queue until that send has been handed over.
     void shutdown();
 
-    // Stamps the event now, on the caller's thread; encodes `message` and appends the event on the
-    // core queue. Any thread; never blocks on encoding.
-    template <class Message>
-    void addEvent(EventType type, Message message);
-    // As addEvent, for a message that costs more to build than the calling thread should pay (a
-    // captured HTTP body of any size): stamped now, built by `build` on the core queue just before
-    // it is encoded. What `build` captures moves to the core queue with it.
-    template <class Build>
-    void addEventBuiltLater(EventType type, Build build);
+    // Waits, up to `deadline`, until every event stamped before the call has reached the Uploader
+    // and every upload handed to the URL session so far has ended, its reply handled; true if all
+    // that happened in time. Sends nothing itself: after shutdown, that is every upload this Core
+    // makes. For whoever holds a Core and must know it is quiet; nothing in the library waits on it.
+    bool flush(std::chrono::steady_clock::time_point deadline);
 
-    // Whether a host request is to be reported: network capture is on, and it has a URL that is not
-    // the library's own ingest endpoint.
-    bool shouldCaptureRequest(const platform::NSURLRequest& request) const;
+    // The sink: stamps the event now, on the caller's thread; builds and encodes the message and
+    // appends the event on the core queue. Never blocks on building or encoding.
+    void add(EventType type, std::shared_ptr<Capture> capture) noexcept override;
+    // A host request is reported if network capture is on and it has a URL that is not the
+    // library's own ingest endpoint.
+    bool shouldCaptureRequest(const platform::NSURLRequest& request) const override;
+    int64_t nextRequestID() noexcept override;
+    std::shared_ptr<RequestSanitizer> requestSanitizer() const override;
+    std::shared_ptr<ResponseSanitizer> responseSanitizer() const override;
 
     // `traits` nullopt and empty mean the same. Size and count limits drop with a log line.
     void identify(const std::string& userID, const std::optional<Traits>& traits, bool isAnonymous);
@@ -88,16 +91,8 @@ public:
 
     const std::shared_ptr<Configuration>& configuration() const { return configuration_; }
     const std::shared_ptr<Session>& session() const { return session_; }
-    const std::shared_ptr<Uploader>& uploader() const { return uploader_; }
-    // Made whatever the configuration says; it runs only if view scanning is on at start.
-    const std::shared_ptr<RootViewScanner>& viewScanner() const { return viewScanner_; }
-    // Made whatever the configuration says, holding copies of descriptors 1 and 2; it captures
-    // only if log capture is on at start.
-    const std::shared_ptr<LogHandler>& logHandler() const { return logHandler_; }
-    // The core queue: serial, so work submitted after an addEvent runs after its second half.
-    const platform::dispatch_queue_t& queue() const { return queue_; }
-    // Request numbers of captured HTTP exchanges.
-    AtomicInteger& reqID() { return reqID_; }
+    // How many request numbers have been taken.
+    int64_t requestsNumbered() const { return reqID_.value(); }
 
 private:
     Core(std::shared_ptr<Session> session, std::shared_ptr<Configuration> configuration);
@@ -105,7 +100,7 @@ private:
     void sendMetadata();
     // The envelope as of now; nullopt once the session has used its last sequence number.
     std::optional<qm::Event> stampEvent(EventType type);
-    // The second half of addEvent, on the core queue.
+    // The second half of add, on the core queue.
     static void finishEvent(const std::weak_ptr<Core>& weakCore, qm::Event& event,
                             google::protobuf::Message& message) noexcept;
 
@@ -124,33 +119,5 @@ private:
     mutable std::mutex dashboardMutex_;
     std::optional<std::string> dashboardURL_;  // guarded by dashboardMutex_
 };
-
-template <class Message>
-void Core::addEvent(EventType type, Message message) {
-    // Already built: the core queue only takes it over.
-    addEventBuiltLater(type, [message = std::move(message)]() mutable { return std::move(message); });
-}
-
-template <class Build>
-void Core::addEventBuiltLater(EventType type, Build build) {
-    using Message = std::invoke_result_t<Build&>;
-    static_assert(std::is_base_of_v<google::protobuf::Message, Message>, "addEvent takes wire messages");
-    try {
-        auto event = stampEvent(type);
-        if (!event) return;
-        queue_->async(
-            [weak = weak_from_this(), event = std::move(*event), build = std::move(build)]() mutable {
-                std::optional<Message> message;
-                try {
-                    message.emplace(build());
-                } catch (const std::exception&) {
-                    return;  // the capture is lost; its sequence number stays used
-                }
-                finishEvent(weak, event, *message);
-            });
-    } catch (const std::exception&) {
-        // Only allocation can fail here; the capture is lost, the host goes on.
-    }
-}
 
 }  // namespace quillmere

@@ -22,6 +22,7 @@
 namespace quillmere {
 
 class Core;
+class EventSink;
 class TaskQueue;
 
 class QLM_EXPORT SDK final : public platform::NSObject {
@@ -49,9 +50,11 @@ public:
     // Blocks until that upload has been handed to the URL session. Does nothing when nothing runs.
     static void shutdown() noexcept;
 
-    // The running Core, or null. Capture code on host threads reads it here: the reference it gets
-    // stays valid whatever a concurrent shutdown does.
+    // The running Core, or null: the reference it gives stays valid whatever a concurrent shutdown
+    // does.
     static std::shared_ptr<Core> currentCore() noexcept;
+    // The running Core as the sink that captures report to, or null; as currentCore.
+    static std::shared_ptr<EventSink> currentSink() noexcept;
     // Empties the slot if it still holds `core`; Core::shutdown's last step.
     static void clearCore(const Core& core) noexcept;
 

@@ -14,18 +14,6 @@
 
 namespace quillmere {
 
-namespace {
-
-// One-shot, one interval from now: the pause runs from the end of a send to the next firing.
-void scheduleNextFiring(platform::DispatchSourceTimer& source) {
-    source.schedule(platform::DispatchTime::now() +
-                        platform::DispatchTimeInterval::milliseconds(Uploader::kRepeatIntervalMilliseconds),
-                    platform::DispatchTimeInterval::never(),
-                    platform::DispatchTimeInterval::nanosecondsInterval(0));
-}
-
-}  // namespace
-
 bool Uploader::travelsUnescaped(std::string_view appID) {
     for (const char c : appID) {
         const auto byte = static_cast<unsigned char>(c);
@@ -72,31 +60,32 @@ Uploader::Uploader(std::shared_ptr<Session> session, std::shared_ptr<platform::N
       queue_(platform::DispatchQueue::makeSerial(
           "com.quillmere.uploader.queue", platform::DispatchQoS::unspecified,
           platform::DispatchQueue::global(platform::DispatchQoS::default_))),
+      // The pause runs from the end of a send to the next: a slow send lowers the rate.
+      timer_(PacedTimer::make(queue_, platform::DispatchTimeInterval::milliseconds(kRepeatIntervalMilliseconds))),
       readyStateDelegate_(std::move(readyStateDelegate)) {}
 
-std::shared_ptr<platform::DispatchSourceTimer> Uploader::timer() {
-    std::lock_guard lock(timerMutex_);
-    if (!timer_) {
-        timer_ = platform::DispatchSourceTimer::makeTimerSource(platform::DispatchTimerFlags::none, queue_);
-    }
-    return timer_;
-}
-
 void Uploader::start() {
-    const auto source = timer();
-    scheduleNextFiring(*source);
     // Weakly: a pending firing must not keep a dropped Uploader alive.
-    source->setEventHandler(platform::DispatchQoS::unspecified, platform::DispatchWorkItemFlags::none,
-                            [weak = weak_from_this()] {
-                                if (auto self = weak.lock()) self->send();
-                            });
-    source->activate();
+    timer_->start([weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->send();
+    });
 }
 
 void Uploader::stop() {
-    const auto source = timer();
-    if (!source->isCancelled()) source->cancel();
+    timer_->cancel();
+    // After a send that is running, if any: the timer's queue targets this one.
     platform::dispatch_sync(queue_, [self = shared_from_this()] { self->send(); });
+}
+
+bool Uploader::flush(std::chrono::steady_clock::time_point deadline) {
+    std::unique_lock lock(uploadsMutex_);
+    return uploadsEnded_.wait_until(lock, deadline, [this] { return uploadsInFlight_ == 0; });
+}
+
+void Uploader::uploadEnded() {
+    std::lock_guard lock(uploadsMutex_);
+    --uploadsInFlight_;
+    uploadsEnded_.notify_all();
 }
 
 void Uploader::append(qm::Event event) {
@@ -143,7 +132,6 @@ void Uploader::send() {
     } catch (const std::exception& e) {
         platform::NSLog(std::string("Quillmere: Unexpected upload error: ") + e.what() + ".");
     }
-    rearm();
 }
 
 bool Uploader::post(const qm::EventList& list, std::string& failure) {
@@ -157,7 +145,13 @@ bool Uploader::post(const qm::EventList& list, std::string& failure) {
                                                            std::shared_ptr<platform::NSURLResponse> response,
                                                            std::shared_ptr<platform::NSError> error) {
         self->uploadCompleted(data, response, error);
+        self->uploadEnded();
     });
+    {
+        // Counted before it can end.
+        std::lock_guard lock(uploadsMutex_);
+        ++uploadsInFlight_;
+    }
     task->resume();
     return true;
 }
@@ -182,11 +176,6 @@ void Uploader::putBack(qm::EventList& list) {
     std::lock_guard lock(bufferMutex_);
     for (auto& later : eventBuffer_) events.Add(std::move(later));
     eventBuffer_.Swap(&events);
-}
-
-void Uploader::rearm() {
-    const auto source = timer();
-    if (!source->isCancelled()) scheduleNextFiring(*source);
 }
 
 void Uploader::uploadCompleted(const std::shared_ptr<platform::NSData>& data,

@@ -5,6 +5,9 @@
 // host's thread, never from the uploader queue; sends run on the uploader queue; replies are handled
 // on the URL session's callback queue. The Uploader holds its Core only weakly (readyStateDelegate);
 // an upload in flight holds the Uploader until its reply has been handled.
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -12,10 +15,10 @@
 #include <string_view>
 #include <vector>
 
+#include "engine/PacedTimer.h"
 #include "engine/ReadyStateDelegate.h"
 #include "engine/Session.h"
 #include "platform/dispatch/DispatchQueue.h"
-#include "platform/dispatch/DispatchSourceTimer.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSError.h"
 #include "platform/url/NSURL.h"
@@ -55,6 +58,10 @@ public:
     // Cancels the timer and makes a last send of what has gathered, returning once it has been
     // handed to the URL session. Blocks on the uploader queue: never call it from there.
     void stop();
+    // Waits until every upload handed to the URL session so far has ended, its reply handled, or
+    // until `deadline`; true in the first case. Sends nothing itself. Never call it from a reply's
+    // handling, which it would wait for.
+    bool flush(std::chrono::steady_clock::time_point deadline);
 
     // Queues a finished event for the next send.
     void append(qm::Event event);
@@ -63,8 +70,6 @@ public:
     std::vector<qm::Event> eventBuffer() const;
     std::size_t eventBufferCount() const;
     const std::shared_ptr<platform::NSURL>& url() const { return url_; }
-    // Made on first use.
-    std::shared_ptr<platform::DispatchSourceTimer> timer();
 
     // The upload task's completion, on the URL session's callback queue. Any argument may be null.
     void uploadCompleted(const std::shared_ptr<platform::NSData>& data,
@@ -87,7 +92,8 @@ private:
     static std::shared_ptr<platform::NSData> encode(const qm::EventList& list, std::string& failure);
     // Returns a batch that could not be sent to the front of the buffer.
     void putBack(qm::EventList& list);
-    void rearm();
+    // An upload's reply has been handled.
+    void uploadEnded();
 
     const std::shared_ptr<Session> session_;
     const double requestTimeoutSeconds_;
@@ -95,14 +101,16 @@ private:
     const std::shared_ptr<platform::NSURLSession> urlSession_;
     const std::shared_ptr<platform::NSURL> url_;
     const platform::dispatch_queue_t queue_;
+    const std::shared_ptr<PacedTimer> timer_;
     const std::weak_ptr<ReadyStateDelegate> readyStateDelegate_;
 
     // Held as the list's own field type, so that a send takes the whole buffer with one swap.
     mutable std::mutex bufferMutex_;
     google::protobuf::RepeatedPtrField<qm::Event> eventBuffer_;  // guarded by bufferMutex_
 
-    std::mutex timerMutex_;
-    std::shared_ptr<platform::DispatchSourceTimer> timer_;  // guarded by timerMutex_; made lazily
+    std::mutex uploadsMutex_;
+    std::condition_variable uploadsEnded_;
+    std::size_t uploadsInFlight_ = 0;  // guarded by uploadsMutex_; handed over, reply not yet handled
 };
 
 }  // namespace quillmere

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "capture/network/JsonValue.h"
-#include "engine/Core.h"
 #include "platform/foundation/NSString.h"
 
 namespace quillmere {
@@ -30,12 +29,12 @@ int32_t copyOf(int fd) {
 
 }  // namespace
 
-std::shared_ptr<LogHandler> LogHandler::make(std::shared_ptr<Core> eventAdder) {
-    return std::shared_ptr<LogHandler>(new LogHandler(std::move(eventAdder)));
+std::shared_ptr<LogHandler> LogHandler::make(std::weak_ptr<EventSink> sink) {
+    return std::shared_ptr<LogHandler>(new LogHandler(std::move(sink)));
 }
 
-LogHandler::LogHandler(std::shared_ptr<Core> eventAdder)
-    : eventAdder_(std::move(eventAdder)), stdoutCopy_(copyOf(STDOUT_FILENO)), stderrCopy_(copyOf(STDERR_FILENO)) {}
+LogHandler::LogHandler(std::weak_ptr<EventSink> sink)
+    : sink_(std::move(sink)), stdoutCopy_(copyOf(STDOUT_FILENO)), stderrCopy_(copyOf(STDERR_FILENO)) {}
 
 std::unique_ptr<LogDrain> LogHandler::makeDrain(int destination) {
     const bool isStdout = destination == STDOUT_FILENO;
@@ -94,9 +93,11 @@ void LogHandler::stop() {
 void LogHandler::capture(bool isStdout, std::string_view piece) noexcept {
     // Only the capture asks for ASCII; a piece that is not stays off the wire.
     if (!platform::NSStringIsValidASCII(piece)) return;
+    const auto sink = sink_.lock();
+    if (!sink) return;
     try {
-        // The drain's thread only copies the bytes; escaping them waits for the core queue.
-        eventAdder_->addEventBuiltLater(
+        // The drain's thread only copies the bytes; escaping them waits for the sink's thread.
+        sink->addEventBuiltLater(
             EventType::logEvent, [text = std::string(piece), isStdout] {
                 qm::core::LogEvent event;
                 event.set_loglevel(isStdout ? qm::core::LogEvent_LogLevel_LOG

@@ -9,9 +9,10 @@
 // line, several lines, never cut further. No thread of the host's runs any of this, and no run
 // loop is needed.
 //
-// Threads: make, start and stop on the host's thread that drives SDK. The handler holds its Core
-// strongly and the Core holds the handler, so the two stay alive together; the drains reach the
-// handler back weakly.
+// Threads: make, start and stop on the host's thread that drives SDK. The handler holds its sink
+// weakly (the sink, a Core, owns the handler), and the drains reach the handler back weakly: with
+// either gone, what is read still reaches the console and is no longer captured. The handler may
+// be released on a drain's own thread, which it then leaves to end by itself.
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -19,12 +20,11 @@
 #include <vector>
 
 #include "capture/log/LogDrain.h"
+#include "engine/EventSink.h"
 #include "platform/foundation/NSObject.h"
 #include "wire/qm_core.pb.h"
 
 namespace quillmere {
-
-class Core;
 
 class LogHandler final : public platform::NSObject {
     PLATFORM_OBJC_CLASS_NAMED(LogHandler, platform::NSObject, "Quillmere.LogHandler")
@@ -34,7 +34,7 @@ public:
 
     // Takes copies of descriptors 1 and 2 now, whether or not capture is ever started: they are
     // what stop() restores. Nothing is redirected yet.
-    static std::shared_ptr<LogHandler> make(std::shared_ptr<Core> eventAdder);
+    static std::shared_ptr<LogHandler> make(std::weak_ptr<EventSink> sink);
 
     // Makes the C streams unbuffered, puts pipes behind descriptors 1 and 2 and starts their
     // drains. When either descriptor is not open, or a pipe or thread cannot be made, no
@@ -55,13 +55,13 @@ public:
     static qm::core::LogEvent logEventFrom(const std::string& level, const std::vector<std::string>& args);
 
 private:
-    explicit LogHandler(std::shared_ptr<Core> eventAdder);
+    explicit LogHandler(std::weak_ptr<EventSink> sink);
 
     // One piece read from a stream: its event, unless it is not ASCII. A drain's thread.
     void capture(bool isStdout, std::string_view piece) noexcept;
     std::unique_ptr<LogDrain> makeDrain(int destination);
 
-    const std::shared_ptr<Core> eventAdder_;  // immutable
+    const std::weak_ptr<EventSink> sink_;
     // Confined to the thread that starts and stops.
     std::unique_ptr<LogDrain> stdoutDrain_;
     std::unique_ptr<LogDrain> stderrDrain_;

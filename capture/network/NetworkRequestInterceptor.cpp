@@ -1,8 +1,10 @@
 #include "capture/network/NetworkRequestInterceptor.h"
 
+#include <utility>
 #include <vector>
 
 #include "capture/network/NetworkShim.h"
+#include "platform/url/NSURLProtocol.h"
 
 namespace quillmere {
 namespace {
@@ -39,6 +41,20 @@ NetworkRequestInterceptor::NetworkRequestInterceptor() {
 void NetworkRequestInterceptor::exportToRuntime() {
     class_();
     fakeImplementation();
+}
+
+void NetworkRequestInterceptor::start(std::weak_ptr<NetworkEventSink> sink) {
+    sink_ = std::move(sink);
+    NetworkShim::reportTo(sink_);
+    platform::NSURLProtocol::registerClass(NetworkShim::protocolClass());
+    setProtocolClassesSwizzled(true);
+}
+
+void NetworkRequestInterceptor::stop() {
+    platform::NSURLProtocol::unregisterClass(NetworkShim::protocolClass());
+    // Requests that a shim already serves go on to their end.
+    setProtocolClassesSwizzled(false);
+    NetworkShim::stopReportingTo(sink_);
 }
 
 void NetworkRequestInterceptor::swizzleProtocolClasses() {

@@ -4,9 +4,15 @@
 // default configurations (a private subclass) with fakeProtocolClasses, a method it adds to
 // NSURLSessionConfiguration, so sessions made before the library started are reached too.
 //
-// Threads: swizzleProtocolClasses on the thread that starts or shuts down the library; the
-// replaced getter runs wherever a configuration is asked. There is no state here: the runtime's
-// method tables are the state.
+// It installs network capture as a whole: start registers NetworkShim with NSURLProtocol, puts it
+// first and names the sink that shims report to; stop undoes all three.
+//
+// Threads: start, stop and swizzleProtocolClasses on the thread that starts or shuts down the
+// library; the replaced getter runs wherever a configuration is asked. Beyond the sink it started
+// with, there is no state here: the runtime's method tables are the state.
+#include <memory>
+
+#include "engine/NetworkEventSink.h"
 #include "platform/foundation/NSObject.h"
 #include "platform/url/NSURLSessionConfiguration.h"
 
@@ -24,6 +30,12 @@ public:
     // idempotent.
     static void exportToRuntime();
 
+    // Installs network capture, reporting to `sink`. Call once.
+    void start(std::weak_ptr<NetworkEventSink> sink);
+    // Uninstalls it: no new request reaches a shim, and requests that shims already serve go on to
+    // their end unreported.
+    void stop();
+
     // Exchanges the getter with fakeProtocolClasses; a second call undoes the first. Does nothing
     // when either method can't be found.
     void swizzleProtocolClasses();
@@ -36,6 +48,9 @@ public:
     // What a configuration reports once swizzled: NetworkShim, then the platform's list without
     // it. A configuration whose list is nil reports an empty list, without NetworkShim.
     static platform::NSURLSessionConfiguration::ProtocolClasses fakeProtocolClasses(platform::NSObject* self);
+
+private:
+    std::weak_ptr<NetworkEventSink> sink_;  // confined to the thread that starts and stops
 };
 
 }  // namespace quillmere

@@ -7,8 +7,6 @@
 #include "capture/network/NetworkEvents.h"
 #include "capture/network/Request.h"
 #include "capture/network/Response.h"
-#include "engine/Core.h"
-#include "engine/SDK.h"
 #include "platform/foundation/NSDate.h"
 #include "platform/foundation/NSNumber.h"
 #include "platform/url/NSHTTPURLResponse.h"
@@ -25,10 +23,41 @@ namespace {
 // A declared length above this is not trusted for a reservation up front; the buffer then grows.
 constexpr long long kLargestReservation = 16LL * 1024 * 1024;
 
+// Never destroyed: shims of the loading system's threads may ask while the process exits.
+struct SinkSlot {
+    std::mutex mutex;
+    std::weak_ptr<NetworkEventSink> sink;  // guarded by mutex
+};
+
+SinkSlot& sinkSlot() {
+    static auto* const slot = new SinkSlot();
+    return *slot;
+}
+
+std::shared_ptr<NetworkEventSink> currentSink() {
+    auto& slot = sinkSlot();
+    std::lock_guard lock(slot.mutex);
+    return slot.sink.lock();
+}
+
 }  // namespace
 
 platform::Class NetworkShim::protocolClass() {
     return platform::NSURLProtocol::registerSubclass<NetworkShim>();
+}
+
+void NetworkShim::reportTo(std::weak_ptr<NetworkEventSink> sink) {
+    auto& slot = sinkSlot();
+    std::lock_guard lock(slot.mutex);
+    slot.sink.swap(sink);
+}
+
+void NetworkShim::stopReportingTo(const std::weak_ptr<NetworkEventSink>& current) {
+    auto& slot = sinkSlot();
+    std::weak_ptr<NetworkEventSink> released;
+    std::lock_guard lock(slot.mutex);
+    // The same owner, whether or not it is still alive: a later session's sink stays.
+    if (!slot.sink.owner_before(current) && !current.owner_before(slot.sink)) slot.sink.swap(released);
 }
 
 bool NetworkShim::canInitWithRequest(const std::shared_ptr<NSURLRequest>& request) {
@@ -37,8 +66,8 @@ bool NetworkShim::canInitWithRequest(const std::shared_ptr<NSURLRequest>& reques
         const auto& url = request->URL();
         // "https" begins with "http" too.
         if (!url || !url->absoluteString().starts_with("http")) return false;
-        const auto core = SDK::currentCore();
-        return core && core->shouldCaptureRequest(*request);
+        const auto sink = currentSink();
+        return sink && sink->shouldCaptureRequest(*request);
     } catch (const std::exception&) {
         // Declined, the request goes its usual way.
         return false;
@@ -84,9 +113,9 @@ void NetworkShim::startLoading() {
 void NetworkShim::reportRequest(const NSURLRequest& request,
                                 const std::shared_ptr<platform::NSMutableURLRequest>& outgoing) noexcept {
     try {
-        const auto core = SDK::currentCore();
-        if (!core) return;
-        const int64_t reqID = core->reqID().getAndIncrement();
+        const auto sink = currentSink();
+        if (!sink) return;
+        const int64_t reqID = sink->nextRequestID();
         auto captured = requestFrom(request, reqID);
         if (!captured) return;
         if (!request.HTTPBody() && request.HTTPBodyStream() && captured->body()) {
@@ -95,15 +124,15 @@ void NetworkShim::reportRequest(const NSURLRequest& request,
             outgoing->setHTTPBodyStream(platform::NSInputStream::inputStreamWithData(captured->body()));
         }
         const auto ownBody = captured->body();
-        if (const auto sanitizer = core->configuration()->requestSanitizer()) {
+        if (const auto sanitizer = sink->requestSanitizer()) {
             captured = sanitizer->sanitize(std::move(captured));
             if (!captured) return;
         }
         platform::NSURLProtocol::setProperty(platform::NSNumber::numberWithLongLong(reqID), kReqIDKey,
                                              outgoing);
-        // The body's text form is built on the core queue: this thread drives every transfer. What
-        // goes there is a copy, as the sanitizer may have kept its object to change later.
-        core->addEventBuiltLater(EventType::requestEvent, [captured = captured->detachedCopy(ownBody)] {
+        // The body's text form is built on the sink's thread: this thread drives every transfer.
+        // What goes there is a copy, as the sanitizer may have kept its object to change later.
+        sink->addEventBuiltLater(EventType::requestEvent, [captured = captured->detachedCopy(ownBody)] {
             return makeRequestEvent(*captured);
         });
     } catch (...) {
@@ -192,8 +221,8 @@ void NetworkShim::reportResponse(const platform::NSURLSessionTask& task,
         const auto number = platform::objc_cast<platform::NSNumber>(
             platform::NSURLProtocol::propertyForKey(kReqIDKey, original));
         if (!number) return;
-        const auto core = SDK::currentCore();
-        if (!core) return;
+        const auto sink = currentSink();
+        if (!sink) return;
 
         std::shared_ptr<platform::NSHTTPURLResponse> httpResponse;
         std::shared_ptr<platform::NSData> body;
@@ -208,13 +237,13 @@ void NetworkShim::reportResponse(const platform::NSURLSessionTask& task,
         const auto ownBody = body;
         auto captured = responseFrom(httpResponse, *original, std::move(body), number->longLongValue());
         if (!captured) return;
-        if (const auto sanitizer = core->configuration()->responseSanitizer()) {
+        if (const auto sanitizer = sink->responseSanitizer()) {
             captured = sanitizer->sanitize(std::move(captured));
             if (!captured) return;
         }
         const double elapsed = end.timeIntervalSinceDate(*start);
-        // The body's text form is built on the core queue, from a copy the sanitizer can't reach.
-        core->addEventBuiltLater(EventType::responseEvent,
+        // The body's text form is built on the sink's thread, from a copy the sanitizer can't reach.
+        sink->addEventBuiltLater(EventType::responseEvent,
                                  [captured = captured->detachedCopy(ownBody), elapsed] {
                                      return makeResponseEvent(*captured, elapsed);
                                  });

@@ -6,9 +6,10 @@
 // never followed by the shim's session: a host that follows it stops this shim and loads the new
 // request afresh; for one that refuses, the redirect's own response and body follow. On the way
 // the shim reports a qm.network.RequestEvent as the request starts and a
-// qm.network.ResponseEvent once the host has heard of the end (for a redirect, its 3xx), through
-// the running Core; with no Core running it reports nothing and still delivers. The host hears of
-// each response, piece of data and end before capture does any work on it.
+// qm.network.ResponseEvent once the host has heard of the end (for a redirect, its 3xx), to the
+// sink that network capture was started with; with none it takes no request, and a request it took
+// before goes on unreported. The host hears of each response, piece of data and end before capture
+// does any work on it.
 //
 // The marker (a start time under kStartTimeKey on the copy) makes the shim decline its own copies
 // when its session offers them to the protocol classes again.
@@ -18,6 +19,7 @@
 #include <memory>
 #include <mutex>
 
+#include "engine/NetworkEventSink.h"
 #include "platform/foundation/NSData.h"
 #include "platform/foundation/NSDate.h"
 #include "platform/foundation/NSError.h"
@@ -38,7 +40,12 @@ public:
     // The class, entered in NSURLProtocol's class-side table.
     static platform::Class protocolClass();
 
-    // NO for a marked copy, a URL that isn't http(s), or while no Core runs; else the Core's
+    // Where every shim reports, held weakly; network capture's start and stop set and clear it.
+    // Clearing (`sink` null) happens only while `current` is the sink held.
+    static void reportTo(std::weak_ptr<NetworkEventSink> sink);
+    static void stopReportingTo(const std::weak_ptr<NetworkEventSink>& current);
+
+    // NO for a marked copy, a URL that isn't http(s), or with no sink; else the sink's
     // shouldCaptureRequest.
     static bool canInitWithRequest(const std::shared_ptr<platform::NSURLRequest>& request);
     static bool canInitWithTask(const std::shared_ptr<platform::NSURLSessionTask>& task);

@@ -7,7 +7,6 @@
 
 #include "capture/screen/RecursiveViewProcessor.h"
 #include "capture/touch/TouchShim.h"
-#include "engine/Core.h"
 #include "platform/coregraphics/CGGeometry.h"
 #include "platform/dispatch/DispatchQueue.h"
 #include "platform/foundation/NSThread.h"
@@ -30,37 +29,29 @@ uint32_t wireDimension(platform::CGFloat points) {
 
 }  // namespace
 
-std::shared_ptr<RootViewScanner> RootViewScanner::make(std::shared_ptr<Core> eventAdder,
+std::shared_ptr<RootViewScanner> RootViewScanner::make(std::weak_ptr<EventSink> sink,
                                                        const Configuration& configuration) {
-    return std::shared_ptr<RootViewScanner>(new RootViewScanner(std::move(eventAdder), configuration));
+    return std::shared_ptr<RootViewScanner>(new RootViewScanner(std::move(sink), configuration));
 }
 
-RootViewScanner::RootViewScanner(std::shared_ptr<Core> eventAdder, const Configuration& configuration)
-    : eventAdder_(std::move(eventAdder)),
-      repeatInterval_(platform::DispatchTimeInterval::milliseconds(kRepeatIntervalMilliseconds)),
+RootViewScanner::RootViewScanner(std::weak_ptr<EventSink> sink, const Configuration& configuration)
+    : sink_(std::move(sink)),
+      timer_(PacedTimer::make(platform::DispatchQueue::global(platform::DispatchQoS::default_),
+                              platform::DispatchTimeInterval::milliseconds(kRepeatIntervalMilliseconds))),
       registerTouchHandlers_(configuration.registerTouchHandlers()),
       viewProcessor_(std::make_unique<RecursiveViewProcessor>(configuration.redactionTags())),
       trackedWindows_(platform::NSHashTable<platform::UIWindow>::weakObjectsHashTable()) {}
 
-std::shared_ptr<platform::DispatchSourceTimer> RootViewScanner::timer() {
-    std::lock_guard lock(timerMutex_);
-    if (!timer_) {
-        timer_ = platform::DispatchSourceTimer::makeTimerSource(
-            platform::DispatchTimerFlags::none,
-            platform::DispatchQueue::global(platform::DispatchQoS::default_));
-    }
-    return timer_;
+void RootViewScanner::start() {
+    // Weakly: a pending firing must not keep a dropped scanner alive.
+    timer_->start([weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->captureScreen();
+    });
 }
 
-void RootViewScanner::start() {
-    const auto source = timer();
-    armOnce(*source);
-    // Weakly: a pending firing must not keep a dropped scanner alive.
-    source->setEventHandler(platform::DispatchQoS::unspecified, platform::DispatchWorkItemFlags::none,
-                            [weak = weak_from_this()] {
-                                if (auto self = weak.lock()) self->captureScreen();
-                            });
-    source->activate();
+void RootViewScanner::stop() {
+    timer_->cancel();
+    detachTouchShims();
 }
 
 void RootViewScanner::captureScreen() {
@@ -83,12 +74,10 @@ void RootViewScanner::captureScreen() {
         const platform::CGRect screen = platform::UIScreen::mainScreen()->bounds();
         capture.message.set_height(wireDimension(platform::CGRectGetHeight(screen)));
         capture.message.set_width(wireDimension(platform::CGRectGetWidth(screen)));
-        eventAdder_->addEvent(EventType::pdfViewCapture, std::move(capture.message));
+        if (const auto sink = sink_.lock()) sink->addEvent(EventType::pdfViewCapture, std::move(capture.message));
     } catch (const std::exception&) {
         // Only allocation can fail here; the capture is lost, and scanning goes on.
     }
-    // The pause runs from here. After a cancel this has no effect.
-    armOnce(*timer());
 }
 
 void RootViewScanner::scanWindows(PendingCapture& capture) {
@@ -104,7 +93,7 @@ void RootViewScanner::scanWindows(PendingCapture& capture) {
 
         if (registerTouchHandlers_ && !shimsDetached_ && !trackedWindows_->containsObject(window)) {
             // On the window itself, not its root view, so touches anywhere in it are seen.
-            auto shim = TouchShim::make();
+            auto shim = TouchShim::make(sink_);
             window->addGestureRecognizer(shim);
             attachedShims_.push_back(shim);
             trackedWindows_->addObject(window);
@@ -127,11 +116,6 @@ void RootViewScanner::detachTouchShims() {
     }
     attachedShims_.clear();
     trackedWindows_->removeAllObjects();
-}
-
-void RootViewScanner::armOnce(platform::DispatchSourceTimer& source) const {
-    source.schedule(platform::DispatchTime::now() + repeatInterval_, platform::DispatchTimeInterval::never(),
-                    platform::DispatchTimeInterval::nanosecondsInterval(0));
 }
 
 }  // namespace quillmere

@@ -4,9 +4,6 @@
 #include <mutex>
 #include <utility>
 
-#include "engine/Core.h"
-#include "engine/SDK.h"
-
 namespace quillmere {
 
 namespace {
@@ -41,12 +38,11 @@ void addMoves(TouchEvent& message, const std::vector<TouchShim::PendingMoves::Sa
     }
 }
 
-// With no Core running the message goes nowhere.
-void hand(TouchEvent message) {
-    if (const auto core = SDK::currentCore()) core->addEvent(EventType::touchEvent, std::move(message));
-}
-
 }  // namespace
+
+void TouchShim::hand(TouchEvent message) {
+    if (const auto sink = sink_.lock()) sink->addEvent(EventType::touchEvent, std::move(message));
+}
 
 void TouchShim::exportToRuntime() {
     static std::once_flag once;

@@ -10,16 +10,18 @@
 // A touch gives one DOWN, then MOVE messages each carrying up to moveBatchLimit earlier samples
 // in `moves` with the newest sample at its head, then one UP; a cancelled touch ends as an ended
 // one does. Positions are window points narrowed to float, times the touch's uptime in
-// milliseconds. Each message goes to SDK's current Core when it is built; with none it is dropped,
-// and the bookkeeping goes on all the same.
+// milliseconds. Each message goes to the shim's sink when it is built; with none (gone, or never
+// given) it is dropped, and the bookkeeping goes on all the same.
 //
 // Exported to the runtime as QLMTouchShim. A window owns its shim; the scanner that added it keeps
 // it only weakly, and takes it off the window at shutdown (see RootViewScanner), so a later start
-// adds a new one. Main thread only, where the platform delivers touches.
+// adds a new one, reporting to the new session. Main thread only, where the platform delivers
+// touches.
 #include <cstddef>
 #include <memory>
 #include <vector>
 
+#include "engine/EventSink.h"
 #include "platform/foundation/NSMapTable.h"
 #include "platform/uikit/UIGestureRecognizer.h"
 #include "platform/uikit/UITouch.h"
@@ -45,11 +47,12 @@ public:
     using TrackedTouches = platform::NSMapTable<platform::UITouch, PendingMoves>;
 
     // The one way to make a shim (init): T is TouchShim or a subclass with a public default
-    // constructor.
+    // constructor. Its messages go to `sink`, held weakly.
     template <class T = TouchShim>
-    static std::shared_ptr<T> make() {
+    static std::shared_ptr<T> make(std::weak_ptr<EventSink> sink = {}) {
         exportToRuntime();
         auto shim = std::make_shared<T>();
+        shim->sink_ = std::move(sink);
         // Its own delegate, held weakly like any.
         shim->setDelegate(shim);
         return shim;
@@ -83,7 +86,11 @@ public:
     void touchesMoved(const platform::UITouchSet& touches, platform::UIEvent* event) override;
 
 private:
+    // With no sink the message goes nowhere.
+    void hand(qm::ios::TouchEvent message);
+
     const std::shared_ptr<TrackedTouches> trackedTouches_;  // main thread only
+    std::weak_ptr<EventSink> sink_;  // set by make, before the shim is shared; immutable after
 };
 
 }  // namespace quillmere

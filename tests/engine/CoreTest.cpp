@@ -1,14 +1,18 @@
-// What a started Core puts on the wire, read back by a real server.
+// What a started Core puts on the wire, read back by a real server, and the Core as the sink that
+// captures reach.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <regex>
 #include <thread>
 
 #include "capture/log/LogHandler.h"
 #include "engine/MessageEncoding.h"
+#include "engine/SDK.h"
 #include "platform/uikit/UIDevice.h"
+#include "platform/url/NSMutableURLRequest.h"
 #include "tests/engine/EngineTestSupport.h"
 #include "wire/qm.pb.h"
 #include "wire/qm_core.pb.h"
@@ -29,7 +33,12 @@ TEST(CorePipeline, SessionOpensWithMetadataThenAnonymousIdentifyStampedFromZero)
     auto core = Core::make(session, qlm_test::configurationFor(server));
     ASSERT_TRUE(core);
     core->start();
-    qlm_test::shutDownAndSettle(core);
+    // Every float of the wire is made positive on the way, whatever the capture gave.
+    qm::ios::TouchEvent touch;
+    touch.set_x(-0.0f);
+    touch.set_eventtime(-0.0);
+    core->addEvent(EventType::touchEvent, touch);
+    qlm_test::shutDownAndSettle(*core);
     const double after = std::ceil(qlm_test::nowMilliseconds());
 
     EXPECT_TRUE(std::regex_match(session->recordingID(), std::regex("5-" + kLowerUUID)));
@@ -38,7 +47,7 @@ TEST(CorePipeline, SessionOpensWithMetadataThenAnonymousIdentifyStampedFromZero)
                   "a=app-1&r=" + session->recordingID() + "&t=" + session->tabID() + "&s=0&ir=t");
     }
     const auto events = server.events();
-    ASSERT_EQ(events.size(), 2u);
+    ASSERT_EQ(events.size(), 3u);
     for (std::size_t i = 0; i < events.size(); ++i) {
         EXPECT_EQ(events[i].seqid(), i);
         EXPECT_EQ(events[i].time(), std::floor(events[i].time()));
@@ -60,6 +69,8 @@ TEST(CorePipeline, SessionOpensWithMetadataThenAnonymousIdentifyStampedFromZero)
     const auto identify = qlm_test::innerMessage<qm::Identify>(events[1]);
     EXPECT_TRUE(identify.isanonymous());
     EXPECT_TRUE(std::regex_match(identify.userid(), std::regex(kLowerUUID))) << identify.userid();
+    ASSERT_EQ(events[2].type(), "qm.ios.TouchEvent");
+    EXPECT_EQ(events[2].data(), "") << "-0.0 went out as a value, not as the default";
 }
 
 TEST(CorePipeline, ConcurrentCallersGetDistinctSequenceNumbers) {
@@ -77,7 +88,7 @@ TEST(CorePipeline, ConcurrentCallersGetDistinctSequenceNumbers) {
         });
     }
     for (auto& thread : threads) thread.join();
-    qlm_test::shutDownAndSettle(core);
+    qlm_test::shutDownAndSettle(*core);
 
     auto events = server.events();  // batches may overtake each other on the way
     std::sort(events.begin(), events.end(),
@@ -104,6 +115,79 @@ TEST(SessionURL, IsEmptyUntilRelayedThenNamesAppRecordingSessionAndTime) {
     ASSERT_TRUE(std::regex_match(time, std::regex("[0-9]+(\\.[0-9]+)?"))) << time;
     EXPECT_GE(std::stod(time), before);
     EXPECT_LE(std::stod(time), after);
+}
+
+// Captures hold the running Core weakly, as its sink. Shut down while they add, it sends each event
+// at most once and goes with the last reference, on whichever thread lets go of it.
+TEST(CoreAsSink, CapturesAddingThroughShutdownSendNothingTwiceAndLetTheCoreGo) {
+    constexpr int kThreads = 4;
+    IngestServer server;
+    ASSERT_TRUE(SDK::initialize(qlm_test::configurationFor(server)));
+    std::weak_ptr<Core> core = SDK::currentCore();
+    const std::weak_ptr<EventSink> sink = SDK::currentSink();
+    std::atomic<int> added{0};
+    std::atomic<bool> done{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&] {
+            while (!done) {
+                const auto running = sink.lock();
+                if (!running) return;
+                running->addEvent(EventType::logEvent, LogHandler::logEventFrom("LOG", {"x"}));
+                ++added;
+            }
+        });
+    }
+    ASSERT_TRUE(qlm_test::waitUntil([&] { return added.load() >= 100; }));
+    auto stopping = core.lock();
+    ASSERT_TRUE(stopping);
+    SDK::shutdown();
+    qlm_test::settle(*stopping);
+    const auto stamped = static_cast<std::size_t>(stopping->session()->seqID().value());
+    // From here only the capture threads hold it, and the core queue while it appends what they
+    // added: the last of them to let go takes it down.
+    stopping.reset();
+    done = true;
+    for (auto& thread : threads) thread.join();
+    EXPECT_TRUE(qlm_test::waitUntil([&] { return core.expired(); })) << "something the Core owns still holds it";
+
+    auto events = server.events();
+    std::sort(events.begin(), events.end(), [](const auto& a, const auto& b) { return a.seqid() < b.seqid(); });
+    EXPECT_TRUE(std::adjacent_find(events.begin(), events.end(), [](const auto& a, const auto& b) {
+                    return a.seqid() == b.seqid();
+                }) == events.end())
+        << "an event sent twice";
+    EXPECT_GE(events.size(), 100u);
+    EXPECT_LE(events.size(), stamped);
+}
+
+struct CapturedRequestCase {
+    const char* url;  // nullptr: a request without a URL
+    bool networkCaptureEnabled;
+    bool captured;
+};
+
+// The library's own uploads go under serverURL; the prefix alone decides, not the path.
+TEST(CoreAsSink, ShouldCaptureARequestWithAURLOutsideTheIngestEndpointWhileNetworkCaptureIsOn) {
+    const CapturedRequestCase cases[] = {
+        {"https://api.example/items", true, true},
+        {"https://api.example/items", false, false},
+        {"https://ingest.example/i?a=1", true, false},
+        {"https://ingest.example/i/elsewhere", true, false},
+        {"https://ingest.example/", true, true},
+        {nullptr, true, false},
+    };
+    auto configuration = std::make_shared<Configuration>("app-1");
+    configuration->setServerURL("https://ingest.example/i");
+    const auto core = Core::make(Session::make("app-1"), configuration);
+    ASSERT_TRUE(core);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.url ? c.url : "no URL");
+        configuration->setNetworkCaptureEnabled(c.networkCaptureEnabled);
+        const auto request = platform::NSMutableURLRequest::requestWithURL(
+            c.url ? platform::NSURL::URLWithString(c.url) : nullptr);
+        EXPECT_EQ(core->shouldCaptureRequest(*request), c.captured);
+    }
 }
 
 // -0.0 is the default on the wire, and is left off as +0.0 is: in every float and double, at any

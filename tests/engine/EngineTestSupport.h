@@ -26,14 +26,14 @@ inline std::shared_ptr<quillmere::Configuration> configurationFor(const IngestSe
     return configuration;
 }
 
-// An upload in flight holds the Uploader. The Core outlives shutdown, held by its own capture
-// objects, so once the Core's reference is the only one left every reply was handled.
-inline void shutDownAndSettle(std::shared_ptr<quillmere::Core>& core) {
-    platform::dispatch_sync(core->queue(), [] {});
-    std::weak_ptr<quillmere::Uploader> uploader = core->uploader();
-    core->shutdown();
-    core.reset();
-    EXPECT_TRUE(waitUntil([&] { return uploader.use_count() <= 1; }, std::chrono::milliseconds(10000)));
+// Every reply to the session's uploads handled.
+inline void settle(quillmere::Core& core) {
+    EXPECT_TRUE(core.flush(std::chrono::steady_clock::now() + std::chrono::seconds(10)));
+}
+
+inline void shutDownAndSettle(quillmere::Core& core) {
+    core.shutdown();
+    settle(core);
 }
 
 inline double nowMilliseconds() {

@@ -76,7 +76,7 @@ TEST_P(IdentifyLimits, SendWhatPassesAndSayWhatWasDropped) {
     ASSERT_TRUE(core);
     core->start();
     for (const auto& [userID, traits] : test.calls) core->identify(userID, traits, false);
-    qlm_test::shutDownAndSettle(core);
+    qlm_test::shutDownAndSettle(*core);
 
     EXPECT_EQ(log.lines(), test.logs);
     const auto events = server.events();

@@ -22,16 +22,11 @@ using qlm_test::IngestServer;
 namespace {
 
 void shutDownAndSettle() {
-    auto core = SDK::currentCore();
+    const auto core = SDK::currentCore();
     ASSERT_TRUE(core);
-    platform::dispatch_sync(core->queue(), [] {});
-    std::weak_ptr<Uploader> uploader = core->uploader();
-    core.reset();
     SDK::shutdown();
     EXPECT_FALSE(SDK::currentCore());
-    // The Core, kept by its capture objects, holds the Uploader; an upload in flight holds another.
-    EXPECT_TRUE(
-        qlm_test::waitUntil([&] { return uploader.use_count() <= 1; }, std::chrono::milliseconds(10000)));
+    qlm_test::settle(*core);
 }
 
 void heldCallsRunAfterStartInOrder() {

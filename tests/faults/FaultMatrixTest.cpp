@@ -105,8 +105,7 @@ public:
 
     void settle() {
         if (!core_) return;
-        std::weak_ptr<Uploader> uploader = core_->uploader();
-        EXPECT_TRUE(qlm_test::waitUntil([&] { return uploader.use_count() <= 1; }, 20s));
+        EXPECT_TRUE(core_->flush(std::chrono::steady_clock::now() + 20s));
         made_ = static_cast<uint32_t>(core_->session()->seqID().value());
     }
 
@@ -244,7 +243,7 @@ void replySlowerThanTheTimeOut() {
     EXPECT_TRUE(qlm_test::waitUntil([&] { return server.requests().size() == 1; }, 10s));
     uploader->append(qlm_test::numberedEvent(2));
     EXPECT_TRUE(qlm_test::waitUntil([&] { return server.requests().size() == 2; }, 10s));
-    qlm_test::stopAndSettle(uploader);
+    qlm_test::stopAndSettle(*uploader);
     EXPECT_TRUE(host.err.waitFor("Quillmere: Upload task failed"));
     EXPECT_EQ(delegate->accepted, 1) << "the timed-out batch counts as not accepted";
     EXPECT_EQ(received(server), numbersFrom(0, 3));

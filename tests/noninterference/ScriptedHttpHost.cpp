@@ -52,7 +52,7 @@ bool everyRequestReportedAsOnePair(const std::vector<qm::Event>& events) {
     }
     const auto core = quillmere::SDK::currentCore();
     // Stopped: the numbers were all taken before.
-    const bool allNumbered = !core || requests.size() == static_cast<std::size_t>(core->reqID().value());
+    const bool allNumbered = !core || requests.size() == static_cast<std::size_t>(core->requestsNumbered());
     return !requests.empty() && allNumbered && requests == responses &&
            std::set<std::string>(requests.begin(), requests.end()).size() == requests.size();
 }

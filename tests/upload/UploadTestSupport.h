@@ -40,12 +40,10 @@ inline qm::Event numberedEvent(uint32_t number) {
     return event;
 }
 
-// An upload in flight holds its Uploader, so its end means every reply was handled.
-inline void stopAndSettle(std::shared_ptr<quillmere::Uploader>& uploader, bool stop = true) {
-    if (stop) uploader->stop();
-    std::weak_ptr<quillmere::Uploader> weak = uploader;
-    uploader.reset();
-    EXPECT_TRUE(waitUntil([&] { return weak.expired(); }, std::chrono::milliseconds(10000)));
+// The last send made, and every reply handled.
+inline void stopAndSettle(quillmere::Uploader& uploader) {
+    uploader.stop();
+    EXPECT_TRUE(uploader.flush(std::chrono::steady_clock::now() + std::chrono::seconds(10)));
 }
 
 }  // namespace qlm_test

@@ -41,10 +41,10 @@ TEST_F(UploaderTest, TheTimerSendsEachIntervalAndStopSendsTheRestThenLeavesItCan
     uploader->append(qlm_test::numberedEvent(2));
     uploader->append(qlm_test::numberedEvent(3));
     uploader->stop();
-    EXPECT_TRUE(uploader->timer()->isCancelled());
     uploader->stop();                              // an empty buffer makes no request
-    uploader->append(qlm_test::numberedEvent(4));  // after stop: stays, unsent
-    qlm_test::stopAndSettle(uploader, false);
+    uploader->append(qlm_test::numberedEvent(4));  // after stop: stays, unsent by the timer
+    EXPECT_TRUE(uploader->flush(std::chrono::steady_clock::now() + std::chrono::seconds(10)));
+    EXPECT_EQ(uploader->eventBufferCount(), 1u);
 
     expectSentOnceInOrder(server, 4);
     const auto requests = server.requests();
@@ -72,8 +72,7 @@ TEST_F(UploaderTest, ABatchWithNoMemoryForItsBodyStaysForTheNextSend) {
         EXPECT_EQ(log.count("Quillmere: Unexpected upload error: std::bad_alloc."), 1u);
     }
     EXPECT_EQ(uploader->eventBufferCount(), 2u);
-    uploader->stop();  // the next send
-    qlm_test::stopAndSettle(uploader, false);
+    qlm_test::stopAndSettle(*uploader);  // the next send
     expectSentOnceInOrder(server, 2);
     EXPECT_EQ(server.requests().size(), 1u);
 }
@@ -96,7 +95,7 @@ TEST_F(UploaderTest, EventsAppendedWhileSendsRunAreNeitherLostNorSentTwice) {
     enough.store(true);
     appender.join();
     ASSERT_TRUE(sentSeveral);
-    qlm_test::stopAndSettle(uploader);
+    qlm_test::stopAndSettle(*uploader);
     expectSentOnceInOrder(server, appended);
 }
 
@@ -116,8 +115,30 @@ TEST_F(UploaderTest, AServerThatIsDownCostsExactlyTheBatchesSentMeanwhile) {
     }
     uploader->append(qlm_test::numberedEvent(2));
     ASSERT_TRUE(qlm_test::waitUntil([&] { return delegate_->accepted == 1; }));
-    qlm_test::stopAndSettle(uploader);
+    qlm_test::stopAndSettle(*uploader);
     expectSentOnceInOrder(server, 3);  // nothing is retried
+}
+
+// flush waits for each reply to have been handled, and for no longer than it is told.
+TEST_F(UploaderTest, FlushReturnsOnceEveryReplyWasHandledOrAtTheDeadline) {
+    using std::chrono::steady_clock;
+    std::atomic<int> received{0};
+    IngestServer server([&](const HttpRequest&) {
+        auto response = HttpResponse::text(200, "");
+        if (++received == 1) response.delayBeforeReply = std::chrono::milliseconds(500);
+        return response;
+    });
+    auto uploader = makeUploader(server);
+    ASSERT_TRUE(uploader);
+    EXPECT_TRUE(uploader->flush(steady_clock::now())) << "nothing in flight";
+    uploader->append(qlm_test::numberedEvent(0));
+    uploader->stop();
+    const auto began = steady_clock::now();
+    EXPECT_FALSE(uploader->flush(began + std::chrono::milliseconds(50))) << "the reply is still coming";
+    EXPECT_LT(steady_clock::now() - began, std::chrono::seconds(1)) << "waited past the deadline";
+    EXPECT_EQ(delegate_->accepted, 0);
+    EXPECT_TRUE(uploader->flush(steady_clock::now() + std::chrono::seconds(10)));
+    EXPECT_EQ(delegate_->accepted, 1) << "returned before the reply was handled";
 }
 
 struct ReplyCase {
@@ -173,7 +194,7 @@ TEST_P(ServerReplies, EachStatusHasItsEffect) {
     auto uploader = makeUploader(server);
     ASSERT_TRUE(uploader);
     uploader->append(qlm_test::numberedEvent(0));
-    qlm_test::stopAndSettle(uploader);
+    qlm_test::stopAndSettle(*uploader);
     EXPECT_EQ(delegate_->dashboardURL(), test.dashboardURL);
     EXPECT_EQ(delegate_->accepted, test.accepted);
     const auto lines = log.lines();
@@ -202,7 +223,7 @@ TEST_F(UploaderTest, ASendPastTheBodyLimitGoesAsSeveralPostsOfWholeEventsInOrder
     // Seven of a MiB fill a part; the tenth alone is past the limit and goes by itself.
     const std::vector<std::size_t> sizes = {kMiB, kMiB, kMiB, kMiB, kMiB, kMiB, kMiB, kMiB, 100, 9 * kMiB, 10};
     for (uint32_t i = 0; i < sizes.size(); ++i) uploader->append(eventOfSize(i, sizes[i]));
-    qlm_test::stopAndSettle(uploader);
+    qlm_test::stopAndSettle(*uploader);
 
     const auto requests = server.requests();
     ASSERT_EQ(requests.size(), 4u);

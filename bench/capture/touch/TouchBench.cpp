@@ -1,8 +1,8 @@
 // What touch capture costs the main thread per touch sample: one move of one finger delivered with
 // UIWindow::sendEvent: to a small view tree with a host pan recognizer, without a TouchShim on the
-// window and, in the same run, with one. With the library not running the shim only keeps its
-// bookkeeping; with it running every 11th sample and each DOWN and UP also go to the Core, whose
-// uploader posts to a closed loopback port and drops the batches.
+// window and, in the same run, with one. With no session for it the shim only keeps its
+// bookkeeping; with the library running every 11th sample and each DOWN and UP also go to the
+// Core, whose uploader posts to a closed loopback port and drops the batches.
 //
 // The finger lifts and lands again every 64 samples, so DOWN, UP and the tail MOVE count in their
 // share.
@@ -24,6 +24,7 @@ namespace {
 constexpr int kSamplesPerStroke = 64;
 
 struct Screen {
+    // The shim reports to the running session, if any.
     explicit Screen(bool withShim) {
         window = UIView::make<UIWindow>(CGRectMake(0, 0, 390, 844));
         window->makeKeyAndVisible();
@@ -33,7 +34,7 @@ struct Screen {
         root->addSubview(list);
         for (int i = 0; i < 8; ++i) list->addSubview(UIView::make(CGRectMake(0, 64.0 * i, 358, 56)));
         list->addGestureRecognizer(std::make_shared<UIPanGestureRecognizer>());
-        if (withShim) window->addGestureRecognizer(quillmere::TouchShim::make());
+        if (withShim) window->addGestureRecognizer(quillmere::TouchShim::make(quillmere::SDK::currentSink()));
     }
     std::shared_ptr<UIWindow> window;
 };

@@ -1,5 +1,6 @@
-// Log capture against real pipes, a console of the test's own and a loopback ingest server. Every
-// case that starts a Core runs in a child process: the library takes descriptors 1 and 2.
+// Log capture against real pipes and a console of the test's own, with a recording sink. The
+// library's log capture end to end is the fault matrix's (tests/faults). Every case that redirects
+// runs in a child process: capture takes descriptors 1 and 2.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -14,68 +15,38 @@
 
 #include "capture/log/LogHandler.h"
 #include "capture/network/JsonValue.h"
-#include "engine/SDK.h"
 #include "platform/foundation/NSArray.h"
 #include "platform/foundation/NSJSONSerialization.h"
 #include "platform/foundation/NSString.h"
+#include "tests/support/Wait.h"
 #include "tests/support/Console.h"
-#include "tests/engine/EngineTestSupport.h"
+#include "tests/support/RecordingSink.h"
 #include "wire/qm_core.pb.h"
 
 using namespace quillmere;
 using qlm_test::Console;
-using qlm_test::IngestServer;
+using qlm_test::RecordingSink;
 using Level = qm::core::LogEvent_LogLevel;
+using Logged = std::vector<std::pair<Level, std::string>>;
 
 namespace {
 
-std::shared_ptr<Configuration> logCaptureOnly(const IngestServer& server) {
-    auto configuration = qlm_test::configurationFor(server);
-    configuration->setLogCaptureEnabled(true);
-    configuration->setViewScanningEnabled(false);
-    configuration->setNetworkCaptureEnabled(false);
-    return configuration;
-}
-
-// Shuts `core` down and waits until every upload it made was answered. The caller's reference
-// keeps the Core, whose own reference to the Uploader is the one that stays.
-void shutDownAndSettle(Core& core) {
-    platform::dispatch_sync(core.queue(), [] {});
-    core.shutdown();
-    std::weak_ptr<Uploader> uploader = core.uploader();
-    EXPECT_TRUE(qlm_test::waitUntil([&] { return uploader.use_count() <= 1; }, std::chrono::seconds(10)));
-}
-
-// The log events the server received, in the order they were made.
-std::vector<qm::core::LogEvent> logEvents(const IngestServer& server) {
-    auto events = server.events();
-    std::sort(events.begin(), events.end(),
-              [](const auto& a, const auto& b) { return a.seqid() < b.seqid(); });
-    std::vector<qm::core::LogEvent> logs;
+// Each event's level and its arguments' texts, joined; sorted, as the two streams' drains hand
+// their events over side by side.
+Logged logged(const std::vector<qm::core::LogEvent>& events) {
+    Logged lines;
     for (const auto& event : events) {
-        if (event.type() == "qm.core.LogEvent")
-            logs.push_back(qlm_test::innerMessage<qm::core::LogEvent>(event));
+        std::string args;
+        for (const auto& arg : event.args()) args += (args.empty() ? "" : "|") + arg.arson();
+        EXPECT_EQ(event.tag(), "");
+        lines.emplace_back(event.loglevel(), args);
     }
-    return logs;
+    std::sort(lines.begin(), lines.end());
+    return lines;
 }
 
-// What the captured pieces say together, each read back from its one JSON-array argument; all must
-// be stdout's.
-std::string joinedStdout(const std::vector<qm::core::LogEvent>& events) {
-    std::string joined;
-    for (const auto& event : events) {
-        EXPECT_EQ(event.loglevel(), qm::core::LogEvent_LogLevel_LOG);
-        const auto json =
-            platform::NSData::dataWithString(event.args_size() == 1 ? event.args(0).arson() : "");
-        const auto array = platform::objc_cast<platform::NSArray>(
-            platform::NSJSONSerialization::JSONObjectWithData(*json, 0, nullptr));
-        if (!array || array->count() != 1) {
-            ADD_FAILURE() << "not one captured piece: " << event.DebugString();
-            continue;
-        }
-        joined += platform::NSStringValue(array->objectAtIndex(0)).value_or("");
-    }
-    return joined;
+std::vector<qm::core::LogEvent> logEventsIn(const RecordingSink& sink) {
+    return sink.messages<qm::core::LogEvent>(EventType::logEvent);
 }
 
 // printf with a format and a runtime argument formats first and writes once. A constant line
@@ -84,13 +55,12 @@ void printLine(std::FILE* stream, const std::string& line) {
     std::fprintf(stream, "%s", line.c_str());
 }
 
-// One session from start to after its shutdown, through the host's entry point.
-void capturesWhileRunningAndNotAfter() {
+void capturesWhileStartedAndNotAfter() {
     Console out(STDOUT_FILENO);
     Console err(STDERR_FILENO);
-    IngestServer server;
-    ASSERT_TRUE(SDK::initialize(logCaptureOnly(server)));
-    const auto core = SDK::currentCore();
+    const auto sink = std::make_shared<RecordingSink>();
+    const auto handler = LogHandler::make(sink);
+    handler->start();
     EXPECT_FALSE(out.isBehind(STDOUT_FILENO));
     EXPECT_FALSE(err.isBehind(STDERR_FILENO));
 
@@ -104,82 +74,50 @@ void capturesWhileRunningAndNotAfter() {
     EXPECT_TRUE(out.waitFor(accented));
     printLine(stdout, "plain again\n");
     EXPECT_TRUE(out.waitFor("plain again\n"));
-    // The host's own log calls never touch the pipes.
-    SDK::addLog("WARN", {"a/b", "c"});
-    shutDownAndSettle(*core);
+    handler->stop();
 
     EXPECT_TRUE(out.isBehind(STDOUT_FILENO));
     EXPECT_TRUE(err.isBehind(STDERR_FILENO));
     printLine(stdout, "after\n");
-    // The main run loop turns while waiting: a piece still read from the pipes would be handled.
     EXPECT_TRUE(out.waitFor("after\n"));
-    platform::dispatch_sync(core->queue(), [] {});
-    EXPECT_EQ(core->uploader()->eventBufferCount(), 0u) << "output was captured after shutdown";
-
     EXPECT_EQ(out.text(), "hello\n" + accented + "plain again\nafter\n");
     EXPECT_EQ(err.text(), "it broke\n");
-    const auto events = logEvents(server);
-    ASSERT_EQ(events.size(), 4u);
-    const std::vector<std::pair<Level, std::string>> captured = {
-        {qm::core::LogEvent_LogLevel_LOG, R"(["hello\n"])"},
-        {qm::core::LogEvent_LogLevel_ERROR, R"(["it broke\n"])"},
-        {qm::core::LogEvent_LogLevel_LOG, R"(["plain again\n"])"}};
-    for (std::size_t i = 0; i < captured.size(); ++i) {
-        EXPECT_EQ(events[i].loglevel(), captured[i].first) << i;
-        ASSERT_EQ(events[i].args_size(), 1) << i;
-        EXPECT_EQ(events[i].args(0).arson(), captured[i].second);
-        EXPECT_EQ(events[i].tag(), "");
-    }
-    EXPECT_EQ(events[3].loglevel(), qm::core::LogEvent_LogLevel_WARN);
-    ASSERT_EQ(events[3].args_size(), 2);
-    EXPECT_EQ(events[3].args(0).arson(), "a/b");
-    EXPECT_EQ(events[3].args(1).arson(), "c");
+    EXPECT_EQ(logged(logEventsIn(*sink)), (Logged{{qm::core::LogEvent_LogLevel_LOG, R"(["hello\n"])"},
+                                                  {qm::core::LogEvent_LogLevel_LOG, R"(["plain again\n"])"},
+                                                  {qm::core::LogEvent_LogLevel_ERROR, R"(["it broke\n"])"}}));
 }
 
-TEST(LogCapture, CapturesBothStreamsButNonAsciiPiecesReachTheConsoleOnlyAndNothingAfterShutdown) {
-    qlm_test::inChildProcess(capturesWhileRunningAndNotAfter);
+TEST(LogCapture, CapturesBothStreamsButNonAsciiPiecesReachTheConsoleOnlyAndNothingAfterStop) {
+    qlm_test::inChildProcess(capturesWhileStartedAndNotAfter);
 }
 
-void withCaptureOffNothingIsRedirected() {
+void neverStartedRedirectsNothing() {
     Console out(STDOUT_FILENO);
     Console err(STDERR_FILENO);
-    IngestServer server;
-    auto configuration = logCaptureOnly(server);
-    configuration->setLogCaptureEnabled(false);
-    const auto core = Core::make(Session::make("app-1"), configuration);
-    ASSERT_TRUE(core);
-    core->start();
-
+    const auto handler = LogHandler::make({});
+    const std::pair copies{handler->stdoutCopy(), handler->stderrCopy()};
     EXPECT_TRUE(out.isBehind(STDOUT_FILENO));
-    EXPECT_TRUE(err.isBehind(STDERR_FILENO));
-    const std::pair copies{core->logHandler()->stdoutCopy(), core->logHandler()->stderrCopy()};
     EXPECT_TRUE(out.isBehind(copies.first));
     EXPECT_TRUE(err.isBehind(copies.second));
-    std::printf("plain\n");
-    std::fflush(stdout);  // the C stream keeps its buffer when capture is off
-    EXPECT_TRUE(out.waitFor("plain\n"));
-    shutDownAndSettle(*core);
-
-    EXPECT_TRUE(logEvents(server).empty());
-    // Taken for a restore that never came, the copies go with shutdown all the same (their
-    // numbers may have been taken again since, by the uploads' sockets).
+    handler->stop();
+    // Taken for a restore that never came, the copies go all the same.
     EXPECT_FALSE(out.isBehind(copies.first));
     EXPECT_FALSE(err.isBehind(copies.second));
+    EXPECT_TRUE(out.isBehind(STDOUT_FILENO));
 }
 
-TEST(LogCapture, WithCaptureOffNothingIsRedirectedAndShutdownClosesTheCopies) {
-    qlm_test::inChildProcess(withCaptureOffNothingIsRedirected);
+TEST(LogCapture, NeverStartedNothingIsRedirectedAndStopClosesTheCopies) {
+    qlm_test::inChildProcess(neverStartedRedirectsNothing);
 }
 
 void bulkOutputArrivesWholeAndInOrder() {
     Console out(STDOUT_FILENO);
     Console err(STDERR_FILENO);
-    IngestServer server;
-    const auto core = Core::make(Session::make("app-1"), logCaptureOnly(server));
-    ASSERT_TRUE(core);
-    core->start();
+    const auto sink = std::make_shared<RecordingSink>();
+    const auto handler = LogHandler::make(sink);
+    handler->start();
 
-    // Several times what a pipe holds, so the writer has to wait for the handler again and again.
+    // Several times what a pipe holds, so the writer has to wait for the drain again and again.
     std::string written;
     for (int i = 0; i < 5000; ++i) {
         char line[16];
@@ -194,17 +132,23 @@ void bulkOutputArrivesWholeAndInOrder() {
             at += static_cast<std::size_t>(n);
         }
     });
-    EXPECT_TRUE(qlm_test::runMainLoopUntil([&] { return out.text().size() >= written.size(); },
-                                           std::chrono::seconds(20)));
+    EXPECT_TRUE(qlm_test::waitUntil([&] { return out.text().size() >= written.size(); }, std::chrono::seconds(20)));
     writer.join();
-    shutDownAndSettle(*core);
+    handler->stop();
 
     EXPECT_TRUE(out.text() == written) << "the console got " << out.text().size() << " bytes, not in order";
-    const auto events = logEvents(server);
+    // Each piece read back from its one JSON-array argument.
+    std::string captured;
+    const auto events = logEventsIn(*sink);
     EXPECT_GT(events.size(), 1u);
-    const std::string captured = joinedStdout(events);
-    EXPECT_TRUE(captured == written) << "captured " << captured.size() << " of " << written.size()
-                                     << " bytes";
+    for (const auto& event : events) {
+        ASSERT_EQ(event.args_size(), 1);
+        const auto array = platform::objc_cast<platform::NSArray>(platform::NSJSONSerialization::JSONObjectWithData(
+            *platform::NSData::dataWithString(event.args(0).arson()), 0, nullptr));
+        ASSERT_TRUE(array && array->count() == 1) << event.DebugString();
+        captured += platform::NSStringValue(array->objectAtIndex(0)).value_or("");
+    }
+    EXPECT_TRUE(captured == written) << "captured " << captured.size() << " of " << written.size() << " bytes";
 }
 
 TEST(LogCapture, OutputOfAnotherThreadBeyondAPipefulArrivesWholeAndInOrder) {

@@ -1,5 +1,5 @@
-// Network capture end to end: a host's session against a real loopback server, with the library
-// not running and then running in the same test, and the events its uploads carried.
+// Network capture: a host's session against a real loopback server, with the shim reporting to a
+// recording sink; and once the library end to end.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -13,6 +13,7 @@
 #include <tuple>
 #include <vector>
 
+#include "capture/network/NetworkRequestInterceptor.h"
 #include "capture/network/NetworkShim.h"
 #include "capture/network/Request.h"
 #include "capture/network/Response.h"
@@ -25,6 +26,7 @@
 #include "platform/url/NSURLSessionConfiguration.h"
 #include "platform/url/NSURLSessionDataDelegate.h"
 #include "tests/engine/EngineTestSupport.h"
+#include "tests/support/RecordingSink.h"
 #include "wire/qm_network.pb.h"
 
 using namespace quillmere;
@@ -154,6 +156,11 @@ struct NetworkEvents {
     }
 };
 
+NetworkEvents networkEvents(const qlm_test::RecordingSink& sink) {
+    return {sink.messages<qm::network::RequestEvent>(EventType::requestEvent),
+            sink.messages<qm::network::ResponseEvent>(EventType::responseEvent)};
+}
+
 NetworkEvents networkEvents(const qlm_test::IngestServer& server) {
     NetworkEvents events;
     for (const auto& event : server.events()) {
@@ -212,35 +219,30 @@ protected:
     }
 
     void TearDown() override {
-        if (SDK::currentCore()) stopCapture();
+        if (capturing_) stopCapture();
     }
 
-    void startCapture() { ASSERT_TRUE(SDK::initialize(configuration_)); }
+    void startCapture() {
+        interceptor_->start(sink_);
+        capturing_ = true;
+    }
 
-    // Once the uploads carried this many events (capture work ends after the host hears of it).
+    // Once the sink holds this many events (capture work ends after the host hears of it).
     void stopCapture(std::size_t requests = 0, std::size_t responses = 0) {
-        EXPECT_TRUE(qlm_test::waitUntil(
-            [&] {
-                const auto events = networkEvents(ingest_);
-                return events.requests.size() >= requests && events.responses.size() >= responses;
-            },
-            std::chrono::seconds(15)));
-        auto core = SDK::currentCore();
-        ASSERT_TRUE(core);
-        dispatch_sync(core->queue(), [] {});
-        std::weak_ptr<Uploader> uploader = core->uploader();
-        core.reset();
-        SDK::shutdown();
-        EXPECT_TRUE(qlm_test::waitUntil([&] { return uploader.use_count() <= 1; }, std::chrono::seconds(10)));
+        EXPECT_TRUE(sink_->waitFor(EventType::requestEvent, requests));
+        EXPECT_TRUE(sink_->waitFor(EventType::responseEvent, responses));
+        interceptor_->stop();
+        capturing_ = false;
     }
 
     std::string url(const std::string& path, const std::string& tag) const {
         return app_.url(path + "?case=" + tag);
     }
 
-    qlm_test::IngestServer ingest_;
     qlm_test::LoopbackHttpServer app_;
-    std::shared_ptr<Configuration> configuration_ = qlm_test::configurationFor(ingest_);
+    const std::shared_ptr<qlm_test::RecordingSink> sink_ = std::make_shared<qlm_test::RecordingSink>();
+    const std::shared_ptr<NetworkRequestInterceptor> interceptor_ = std::make_shared<NetworkRequestInterceptor>();
+    bool capturing_ = false;
 };
 
 template <class Event>
@@ -309,7 +311,7 @@ TEST_F(NetworkCapture, EachExchangeIsReportedAsOnePair) {
     const std::size_t reported = std::size(kExchanges) + 1;
     stopCapture(reported, reported);
 
-    const auto events = networkEvents(ingest_);
+    const auto events = networkEvents(*sink_);
     ASSERT_EQ(events.requests.size(), reported);
     ASSERT_EQ(events.responses.size(), reported);
     std::set<std::string> ids;
@@ -339,19 +341,21 @@ TEST_F(NetworkCapture, EachExchangeIsReportedAsOnePair) {
     EXPECT_EQ(answer->status(), 200u);
 }
 
-TEST_F(NetworkCapture, OwnUploadsMarkedRequestsAndRequestsWithoutHeadersAreDeliveredUnreported) {
+TEST_F(NetworkCapture, MarkedDeclinedAndHeaderlessRequestsAreDeliveredUnreported) {
+    sink_->setCaptures([](const NSURLRequest& request) {
+        return request.URL()->absoluteString().find("declined") == std::string::npos;
+    });
     startCapture();
     auto marked = requestTo(url("/json", "marked"));
     NSURLProtocol::setProperty(NSDate::date(), NetworkShim::kStartTimeKey, marked);
     EXPECT_EQ(fetch(marked).status, 200);
     const auto bare = NSMutableURLRequest::requestWithURL(NSURL::URLWithString(url("/json", "")));
     EXPECT_EQ(fetch(bare).status, 200);
-    // Under serverURL, though not an upload: the prefix alone decides.
-    EXPECT_EQ(fetch(requestTo(ingest_.serverURL() + "/elsewhere")).status, 404);
+    EXPECT_EQ(fetch(requestTo(url("/json", "declined"))).status, 200);
     EXPECT_EQ(fetch(requestTo(url("/json", "seen"))).status, 200);
     stopCapture(1, 1);
 
-    const auto events = networkEvents(ingest_);
+    const auto events = networkEvents(*sink_);
     ASSERT_EQ(events.requests.size(), 1u);
     EXPECT_EQ(events.requests[0].url(), url("/json", "seen"));
     EXPECT_EQ(events.responses.size(), 1u);
@@ -379,8 +383,8 @@ TEST_F(NetworkCapture, SanitizersChangeOrDropWhatIsReportedButNeverTheTraffic) {
         {"drop-response", nullptr, drop}};
     startCapture();
     for (const auto& [tag, onRequest, onResponse] : cases) {
-        configuration_->setRequestSanitizer(onRequest ? std::make_shared<RequestFn>(onRequest) : nullptr);
-        configuration_->setResponseSanitizer(onResponse ? std::make_shared<ResponseFn>(onResponse) : nullptr);
+        sink_->setRequestSanitizer(onRequest ? std::make_shared<RequestFn>(onRequest) : nullptr);
+        sink_->setResponseSanitizer(onResponse ? std::make_shared<ResponseFn>(onResponse) : nullptr);
         auto request = requestTo(url("/echo", tag), "POST");
         request->setValue("s3cret", "X-Secret");
         request->setHTTPBody(NSData::dataWithString("card=4111"));
@@ -391,7 +395,7 @@ TEST_F(NetworkCapture, SanitizersChangeOrDropWhatIsReportedButNeverTheTraffic) {
     stopCapture(2, 1);
 
     // The changed exchange, and the one whose response was dropped; nothing of the other.
-    const auto events = networkEvents(ingest_);
+    const auto events = networkEvents(*sink_);
     ASSERT_EQ(events.requests.size(), 2u);
     ASSERT_EQ(events.responses.size(), 1u);
     const auto& changed = events.requests[0];
@@ -406,14 +410,14 @@ TEST_F(NetworkCapture, SanitizersChangeOrDropWhatIsReportedButNeverTheTraffic) {
 
 TEST_F(NetworkCapture, ARedirectIsOnePairWhateverTheSanitizerDoesWithItsTarget) {
     using RequestFn = FunctionSanitizer<RequestSanitizer, Request>;
-    configuration_->setRequestSanitizer(std::make_shared<RequestFn>([](std::shared_ptr<Request> request) {
+    sink_->setRequestSanitizer(std::make_shared<RequestFn>([](std::shared_ptr<Request> request) {
         return request->url()->find("/json") == std::string::npos ? request : nullptr;
     }));
     startCapture();
     EXPECT_EQ(fetch(requestTo(url("/redirect", "dropped-target"))).status, 200);
     stopCapture(1, 1);
 
-    const auto events = networkEvents(ingest_);
+    const auto events = networkEvents(*sink_);
     ASSERT_EQ(events.requests.size(), 1u);
     ASSERT_EQ(events.responses.size(), 1u);
     EXPECT_EQ(events.responses[0].reqid(), events.requests[0].reqid());
@@ -426,38 +430,29 @@ TEST_F(NetworkCapture, SanitizersMayKeepTheirObjectsAndChangeThemAfterReturning)
     std::mutex mutex;
     std::shared_ptr<Request> keptRequest;    // guarded by mutex
     std::shared_ptr<Response> keptResponse;  // guarded by mutex
-    configuration_->setRequestSanitizer(std::make_shared<RequestFn>([&](std::shared_ptr<Request> request) {
+    sink_->setRequestSanitizer(std::make_shared<RequestFn>([&](std::shared_ptr<Request> request) {
         request->setUrl("as returned");
         std::lock_guard lock(mutex);
         return keptRequest = request;
     }));
-    configuration_->setResponseSanitizer(
-        std::make_shared<ResponseFn>([&](std::shared_ptr<Response> response) {
-            response->setBody(NSData::dataWithString("as returned"));
-            std::lock_guard lock(mutex);
-            return keptResponse = response;
-        }));
+    sink_->setResponseSanitizer(std::make_shared<ResponseFn>([&](std::shared_ptr<Response> response) {
+        response->setBody(NSData::dataWithString("as returned"));
+        std::lock_guard lock(mutex);
+        return keptResponse = response;
+    }));
     startCapture();
-    auto core = SDK::currentCore();
-    ASSERT_TRUE(core);
-    // The core queue waits, so the events are built only after the sanitizers changed their objects.
-    std::promise<void> release;
-    core->queue()->async([released = release.get_future().share()] { released.wait(); });
     EXPECT_EQ(fetch(requestTo(url("/json", "kept"))).status, 200);
-    // Metadata, identify, then the request and response: both stamped, so both handed over.
-    ASSERT_TRUE(qlm_test::waitUntil([&] { return core->session()->seqID().value() >= 4; }));
-    std::thread([&] {
+    stopCapture(1, 1);
+    // Handed over, not yet built: the sink builds when the test reads the events.
+    {
         std::lock_guard lock(mutex);
         keptRequest->setUrl("changed later");
         keptRequest->setBody(NSData::dataWithString("changed later"));
         keptResponse->setBody(NSData::dataWithString("changed later"));
         keptResponse->setHeaders(std::nullopt);
-        release.set_value();
-    }).join();
-    core.reset();
-    stopCapture(1, 1);
+    }
 
-    const auto events = networkEvents(ingest_);
+    const auto events = networkEvents(*sink_);
     ASSERT_EQ(events.requests.size(), 1u);
     ASSERT_EQ(events.responses.size(), 1u);
     EXPECT_EQ(events.requests[0].url(), "as returned");
@@ -487,17 +482,33 @@ TEST_F(NetworkCapture, ProtocolClassesListTheShimFirstOnceWhileRunningAndThePlat
     EXPECT_EQ(protocolClasses(hosts), (std::vector<Class>{shim, platformList[0]}));
     stopCapture();
     EXPECT_EQ(protocolClasses(), platformList);
+}
 
-    // Turned off while running, capture stays installed through shutdown; the next start must not
-    // undo it, and its shutdown must.
-    startCapture();
-    configuration_->setNetworkCaptureEnabled(false);
-    stopCapture();
-    EXPECT_EQ(protocolClasses(), withShim);
-    configuration_->setNetworkCaptureEnabled(true);
-    startCapture();
-    EXPECT_EQ(protocolClasses(), withShim);
-    stopCapture();
+// The library as a host runs it: an exchange reaches the ingest server as one pair. Network capture
+// turned off while running stays installed through shutdown; the next start must not undo it, and
+// its shutdown must.
+TEST_F(NetworkCapture, WithTheLibraryRunningAnExchangeReachesTheServerAndShutdownReadsTheFlag) {
+    const auto platformList = protocolClasses();
+    qlm_test::IngestServer ingest;
+    const auto configuration = qlm_test::configurationFor(ingest);
+    const auto run = [&](const std::function<void()> whileRunning) {
+        ASSERT_TRUE(SDK::initialize(configuration));
+        const auto core = SDK::currentCore();
+        whileRunning();
+        qlm_test::shutDownAndSettle(*core);
+    };
+    run([&] { EXPECT_EQ(fetch(requestTo(url("/json", "library"))).status, 200); });
+    const auto events = networkEvents(ingest);
+    ASSERT_EQ(events.requests.size(), 1u);
+    ASSERT_EQ(events.responses.size(), 1u);
+    EXPECT_EQ(events.requests[0].url(), url("/json", "library"));
+    EXPECT_EQ(events.responses[0].reqid(), events.requests[0].reqid());
+    EXPECT_EQ(protocolClasses(), platformList);
+
+    run([&] { configuration->setNetworkCaptureEnabled(false); });
+    EXPECT_NE(protocolClasses(), platformList);
+    configuration->setNetworkCaptureEnabled(true);
+    run([] {});
     EXPECT_EQ(protocolClasses(), platformList);
 }
 

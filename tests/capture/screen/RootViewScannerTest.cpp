@@ -1,5 +1,5 @@
-// The scanner with a real Core: captures made off the main thread while the test thread, which is
-// the main thread, serves the main queue.
+// The scanner: captures made off the main thread while the test thread, which is the main thread,
+// serves the main queue; and, once, the library with its scanner and touch recognizers end to end.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -9,22 +9,24 @@
 #include <thread>
 
 #include "capture/screen/RootViewScanner.h"
+#include "capture/touch/TouchShim.h"
+#include "platform/uikit/TouchScreen.h"
 #include "platform/uikit/UIApplication.h"
 #include "platform/uikit/UIScreen.h"
 #include "platform/uikit/UIViewController.h"
 #include "platform/uikit/UIWindow.h"
 #include "tests/capture/screen/ScreenTestSupport.h"
-#include "tests/engine/EngineTestSupport.h"
+#include "tests/capture/touch/TouchTestSupport.h"
+#include "tests/support/RecordingSink.h"
 #include "wire/qm_ios.pb.h"
 
 using namespace platform;
 using namespace qlm_test;
-using quillmere::Core;
+using quillmere::EventType;
+using quillmere::RootViewScanner;
 using std::chrono::milliseconds;
 
 namespace {
-
-constexpr std::string_view kCaptureType = "qm.ios.PDFViewCapture";
 
 class ControllerWithoutView : public UIViewController {
 protected:
@@ -39,12 +41,14 @@ std::shared_ptr<UIWindow> windowShowing(std::shared_ptr<UIView> root) {
     return window;
 }
 
-std::vector<qm::ios::PDFViewCapture> capturesIn(const std::vector<qm::Event>& events) {
-    std::vector<qm::ios::PDFViewCapture> captures;
-    for (const auto& event : events) {
-        if (event.type() == kCaptureType) captures.push_back(innerMessage<qm::ios::PDFViewCapture>(event));
-    }
-    return captures;
+std::size_t shimsOn(const UIWindow& window) {
+    std::size_t n = 0;
+    for (const auto& r : window.gestureRecognizers()) n += quillmere::TouchShim::isExactly(r.get());
+    return n;
+}
+
+std::vector<qm::ios::PDFViewCapture> capturesIn(const RecordingSink& sink) {
+    return sink.messages<qm::ios::PDFViewCapture>(EventType::pdfViewCapture);
 }
 
 class RootViewScannerTest : public ::testing::Test {
@@ -55,32 +59,27 @@ protected:
     }
     void TearDown() override { UIScreen::mainScreen()->setBounds(savedScreen_); }
 
-    // A Core that is never started: its events stay in the uploader's buffer.
-    static std::shared_ptr<Core> idleCore(std::shared_ptr<quillmere::Configuration> configuration = nullptr) {
-        if (!configuration) configuration = std::make_shared<quillmere::Configuration>("app-1");
-        configuration->setServerURL("http://127.0.0.1:9/i");
-        auto core = Core::make(quillmere::Session::make("app-1"), configuration);
-        EXPECT_TRUE(core);
-        return core;
+    std::shared_ptr<RootViewScanner> scanner(const quillmere::Configuration& configuration =
+                                                 quillmere::Configuration("app-1")) {
+        return RootViewScanner::make(sink_, configuration);
     }
 
     // One capture as the timer's thread makes it; exactly one event is expected of it.
-    static qm::ios::PDFViewCapture captureOnce(Core& core) {
-        const std::size_t before = core.uploader()->eventBufferCount();
+    qm::ios::PDFViewCapture captureOnce(RootViewScanner& scanner) {
+        const std::size_t before = sink_->count(EventType::pdfViewCapture);
         std::atomic<bool> done{false};
         std::thread capturer([&] {
-            core.viewScanner()->captureScreen();
+            scanner.captureScreen();
             done = true;
         });
         EXPECT_TRUE(runMainLoopUntil([&] { return done.load(); }, milliseconds(20000)));
         capturer.join();
-        dispatch_sync(core.queue(), [] {});
-        const auto events = core.uploader()->eventBuffer();
-        EXPECT_EQ(events.size(), before + 1);
-        if (events.size() <= before) return {};
-        EXPECT_EQ(events.back().type(), kCaptureType);
-        return innerMessage<qm::ios::PDFViewCapture>(events.back());
+        const auto captures = capturesIn(*sink_);
+        EXPECT_EQ(captures.size(), before + 1);
+        return captures.size() > before ? captures.back() : qm::ios::PDFViewCapture();
     }
+
+    const std::shared_ptr<RecordingSink> sink_ = std::make_shared<RecordingSink>();
 
 private:
     CGRect savedScreen_;
@@ -102,8 +101,7 @@ TEST_F(RootViewScannerTest, DrawsTheRootViewOfEveryWindowThatHasOneLaterWindowsO
     auto secondWindow = windowShowing(second);
     secondWindow->makeKeyAndVisible();
 
-    auto core = idleCore();
-    const auto capture = captureOnce(*core);
+    const auto capture = captureOnce(*scanner());
     EXPECT_EQ(capture.width(), 390u);
     EXPECT_EQ(capture.height(), 844u);
     const auto document = onePage(NSData::dataWithString(capture.pdfdata()));
@@ -117,8 +115,7 @@ TEST_F(RootViewScannerTest, DrawsTheRootViewOfEveryWindowThatHasOneLaterWindowsO
 }
 
 TEST_F(RootViewScannerTest, WithNoWindowsACaptureIsStillOneBlankPage) {
-    auto core = idleCore();
-    const auto capture = captureOnce(*core);
+    const auto capture = captureOnce(*scanner());
     const auto document = onePage(NSData::dataWithString(capture.pdfdata()));
     const std::string text = document.text();
     EXPECT_EQ(text.find_first_not_of(" \t\r\n\f"), std::string::npos) << testing::PrintToString(text);
@@ -128,10 +125,10 @@ TEST_F(RootViewScannerTest, WithNoWindowsACaptureIsStillOneBlankPage) {
 }
 
 TEST_F(RootViewScannerTest, RedactionTagsAreThoseOfTheConfigurationWhenTheCoreWasMade) {
-    auto configuration = std::make_shared<quillmere::Configuration>("app-1");
-    configuration->setRedactionTags({"secret"});
-    auto core = idleCore(configuration);
-    configuration->setRedactionTags({});
+    quillmere::Configuration configuration("app-1");
+    configuration.setRedactionTags({"secret"});
+    const auto made = scanner(configuration);
+    configuration.setRedactionTags({});
 
     auto root = UIView::make();
     auto secret = label(CGRectMake(0, 0, 300, 40), "TopSecret");
@@ -139,16 +136,14 @@ TEST_F(RootViewScannerTest, RedactionTagsAreThoseOfTheConfigurationWhenTheCoreWa
     root->addSubview(secret);
     auto window = windowShowing(root);
 
-    const auto text = onePage(NSData::dataWithString(captureOnce(*core).pdfdata())).text();
+    const auto text = onePage(NSData::dataWithString(captureOnce(*made).pdfdata())).text();
     EXPECT_EQ(text.find("TopSecret"), std::string::npos) << text;
 }
 
 TEST_F(RootViewScannerTest, OnTheMainThreadACaptureDoesNothing) {
     auto window = windowShowing(UIView::make());
-    auto core = idleCore();
-    core->viewScanner()->captureScreen();  // would wait for itself if it went on
-    dispatch_sync(core->queue(), [] {});
-    EXPECT_EQ(core->uploader()->eventBufferCount(), 0u);
+    scanner()->captureScreen();  // would wait for itself if it went on
+    EXPECT_EQ(sink_->count(EventType::pdfViewCapture), 0u);
 }
 
 struct ScreenSizeCase {
@@ -162,8 +157,7 @@ class ScreenSize : public RootViewScannerTest, public ::testing::WithParamInterf
 TEST_P(ScreenSize, GoesOnTheWireInWholePoints) {
     const auto& c = GetParam();
     UIScreen::mainScreen()->setBounds(CGRectMake(0, 0, c.width, c.height));
-    auto core = idleCore();
-    const auto capture = captureOnce(*core);
+    const auto capture = captureOnce(*scanner());
     EXPECT_EQ(capture.width(), c.wireWidth);
     EXPECT_EQ(capture.height(), c.wireHeight);
 }
@@ -174,60 +168,45 @@ INSTANTIATE_TEST_SUITE_P(RootViewScanner, ScreenSize,
                                            ScreenSizeCase{std::numeric_limits<CGFloat>::quiet_NaN(), 0.4, 0,
                                                           0}));
 
-// Notes when each capture reaches it, on the main thread, and holds up the first one.
-class Stopwatch : public UIView {
-public:
-    static constexpr milliseconds kFirstCaptureDelay{300};
+// However often a window is scanned it carries one recognizer, which stop takes off again.
+TEST_F(RootViewScannerTest, AWindowGetsOneTouchRecognizerUntilTheScannerStops) {
+    auto window = windowShowing(UIView::make());
+    const auto made = scanner();
+    RootViewScanner::PendingCapture capture;
+    made->scanWindows(capture);
+    made->scanWindows(capture);
+    EXPECT_EQ(shimsOn(*window), 1u);
+    EXPECT_TRUE(made->trackedWindows().containsObject(window));
+    made->stop();
+    made->scanWindows(capture);
+    EXPECT_EQ(shimsOn(*window), 0u);
+}
 
-    void drawRect(CGRect) override {
-        starts.push_back(std::chrono::steady_clock::now());
-        if (starts.size() == 1) std::this_thread::sleep_for(kFirstCaptureDelay);
-    }
-
-    std::vector<std::chrono::steady_clock::time_point> starts;  // main thread only
-};
-
-TEST_F(RootViewScannerTest, StartedCoreCapturesOneIntervalAfterEachCaptureEndedUntilShutdown) {
-    IngestServer server;
-    auto configuration = configurationFor(server);
-    configuration->setViewScanningEnabled(true);
-    configuration->setNetworkCaptureEnabled(false);
-    auto root = UIView::make();
-    auto stopwatch = UIView::make<Stopwatch>(CGRectMake(0, 0, 10, 10));
-    root->addSubview(stopwatch);
-    auto window = windowShowing(root);
-    auto core = Core::make(quillmere::Session::make("app-1"), configuration);
-    ASSERT_TRUE(core);
-
-    const auto started = std::chrono::steady_clock::now();
-    core->start();
-    ASSERT_TRUE(runMainLoopUntil([&] { return stopwatch->starts.size() >= 3; }, milliseconds(20000)));
-    core->shutdown();
-    EXPECT_TRUE(core->viewScanner()->timer()->isCancelled());
-    // A capture that was waiting for the main thread finishes and still sends its event; let it,
-    // so that nothing of this test runs during the next.
-    const auto capturesMade = [&] {
-        dispatch_sync(core->queue(), [] {});
-        return capturesIn(server.events()).size() + capturesIn(core->uploader()->eventBuffer()).size();
+// The library as a host runs it: its own scanner puts a recognizer on the window, pages and
+// touches reach the ingest server, and at shutdown the recognizer leaves the window.
+TEST_F(RootViewScannerTest, WithTheLibraryRunningPagesAndTouchesReachTheServerAndTheShimLeavesAtShutdown) {
+    auto window = windowShowing(label(CGRectMake(0, 0, 300, 40), "Shown"));
+    window->makeKeyAndVisible();
+    RunningLibrary library(true);
+    const auto pageSent = [&] {
+        for (const auto& event : library.server().events())
+            if (event.type() == "qm.ios.PDFViewCapture") return true;
+        return false;
     };
-    EXPECT_TRUE(runMainLoopUntil([&] { return capturesMade() == stopwatch->starts.size(); }));
-    const std::weak_ptr<quillmere::Uploader> uploader = core->uploader();
-    EXPECT_TRUE(waitUntil([&] { return uploader.use_count() <= 1; }));  // no reply outstanding
+    ASSERT_TRUE(runMainLoopUntil(pageSent, milliseconds(20000)));
+    EXPECT_EQ(shimsOn(*window), 1u);
+    TouchScreen(window).tap({10, 20});
+    EXPECT_EQ(summaries(library.stop()), (std::vector<std::string>{"DOWN 10", "UP 10"}));
+    EXPECT_EQ(shimsOn(*window), 0u);
 
-    // Timers never fire early, so these hold however loaded the machine is.
-    const auto& starts = stopwatch->starts;
-    EXPECT_GE(starts[0] - started, milliseconds(900)) << "the first capture comes one interval after start";
-    EXPECT_GE(starts[1] - starts[0], milliseconds(1000) + Stopwatch::kFirstCaptureDelay - milliseconds(50))
-        << "the interval runs from the end of the slow capture";
-    EXPECT_GE(starts[2] - starts[1], milliseconds(950));
-
-    const auto sent = capturesIn(server.events());
-    ASSERT_GE(sent.size(), 2u);
-    for (const auto& capture : sent) {
-        EXPECT_EQ(capture.width(), 390u);
-        EXPECT_EQ(capture.height(), 844u);
-        onePage(NSData::dataWithString(capture.pdfdata()));
+    std::size_t pages = 0;
+    for (const auto& event : library.server().events()) {
+        if (event.type() != "qm.ios.PDFViewCapture") continue;
+        ++pages;
+        const auto text = onePage(NSData::dataWithString(innerMessage<qm::ios::PDFViewCapture>(event).pdfdata())).text();
+        EXPECT_NE(text.find("Shown"), std::string::npos) << text;
     }
+    EXPECT_GE(pages, 1u);
 }
 
 }  // namespace

@@ -1,16 +1,15 @@
-// The React Native arrangement: the touch handler's failure requirement answered for TouchShims,
-// and the handler recognizing as if the library had never run once it has shut down.
+// The React Native arrangement: the touch handler's failure requirement answered for TouchShims.
+// The handler recognizing before, while and after the library runs is the capture-off/capture-on
+// comparison's (tests/noninterference).
 #include <gtest/gtest.h>
 
-#include "capture/screen/RootViewScanner.h"
 #include "capture/touch/QLMReactNativeSwizzler.h"
 #include "capture/touch/TouchShim.h"
 #include "platform/reactnative/RCTTouchHandler.h"
 #include "platform/uikit/UITapGestureRecognizer.h"
-#include "platform/uikit/UIViewController.h"
 #include "tests/capture/touch/TouchTestSupport.h"
+#include "engine/SDK.h"
 #include "tests/support/ChildProcess.h"
-#include "tests/support/TouchTrace.h"
 
 using namespace platform;
 using namespace qlm_test;
@@ -104,10 +103,10 @@ TEST(ReactNativeSwizzler, AnswersNoForExactlyATouchShimAndDefersOtherwise) {
 
 void startAndStopWithoutReactNative() {
     EXPECT_EQ(NSClassFromString(QLMReactNativeSwizzler::kTouchHandlerClassName), nullptr);
-    const auto window = shownWindow();
-    window->addGestureRecognizer(TouchShim::make());
-    TouchScreen screen(window);
     RunningLibrary library;
+    const auto window = shownWindow();
+    window->addGestureRecognizer(TouchShim::make(quillmere::SDK::currentSink()));
+    TouchScreen screen(window);
     EXPECT_EQ(quillmere::originalMethod.load(), nullptr);
     EXPECT_EQ(quillmere::originalImplementation.load(), nullptr);
     screen.tap({10, 10});
@@ -118,64 +117,6 @@ void startAndStopWithoutReactNative() {
 TEST(ReactNativeSwizzler, WithoutReactNativeStartAndShutdownGoAsUsual) {
     // In a process of its own: elsewhere in this program the handler's class is registered.
     inChildProcess(startAndStopWithoutReactNative);
-}
-
-std::vector<std::shared_ptr<UIGestureRecognizer>> shimsOn(const UIWindow& window) {
-    std::vector<std::shared_ptr<UIGestureRecognizer>> shims;
-    for (const auto& r : window.gestureRecognizers()) {
-        if (r->isMemberOfClass(TouchShim::class_())) shims.push_back(r);
-    }
-    return shims;
-}
-
-void scan(quillmere::Core& core) {
-    quillmere::RootViewScanner::PendingCapture capture;
-    core.viewScanner()->scanWindows(capture);
-}
-
-// React Native's handler on the root view, beside the shim the scanner attaches to the window. By
-// its own answer the handler would wait for the shim, which fails only as the touches end, so it
-// would never begin: while the library runs it is kept from waiting, and at shutdown the shim
-// goes. Before, during, after and during a second run, a drag is the same to the handler.
-TEST(ReactNativeTouchHandler, RecognizesBeforeWhileAfterAndAgainWhileTheLibraryRuns) {
-    const auto window = shownWindow();
-    const auto controller = std::make_shared<UIViewController>();
-    window->setRootViewController(controller);
-    const auto handler = RCTTouchHandler::make();
-    controller->view()->addGestureRecognizer(handler);
-    const auto trace = std::make_shared<Trace>();
-    const auto recorder = ActionRecorder::make(trace, "handler");
-    recorder->observe(*handler);
-    TouchScreen screen(window);
-    const auto drag = [&] {
-        trace->clear();
-        screen.drag({100, 100}, {100, 200}, 3);
-        return *trace;
-    };
-    const Trace recognized{"handler began", "handler changed", "handler changed", "handler changed",
-                           "handler ended"};
-    EXPECT_EQ(drag(), recognized);
-
-    RunningLibrary first;
-    scan(*first.core());
-    const auto firstShims = shimsOn(*window);
-    ASSERT_EQ(firstShims.size(), 1u);
-    EXPECT_EQ(drag(), recognized);
-    first.stop();
-    EXPECT_TRUE(shimsOn(*window).empty());
-    EXPECT_EQ(drag(), recognized);
-
-    RunningLibrary second;
-    scan(*second.core());
-    scan(*second.core());
-    const auto secondShims = shimsOn(*window);
-    ASSERT_EQ(secondShims.size(), 1u);
-    EXPECT_NE(secondShims[0], firstShims[0]);
-    EXPECT_TRUE(second.core()->viewScanner()->trackedWindows().containsObject(window));
-    EXPECT_EQ(drag(), recognized);
-    EXPECT_EQ(summaries(second.stop()), (std::vector<std::string>{"DOWN 100", "MOVE 100 <100 100>", "UP 100"}));
-    EXPECT_TRUE(shimsOn(*window).empty());
-    EXPECT_EQ(drag(), recognized);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #pragma once
 // A running library whose events reach a loopback ingest server, and the touch messages read back
-// from what it received; windows shown with a touch screen of their own.
+// from what it received; windows shown with a touch screen of their own; summaries of messages.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -18,8 +18,10 @@ namespace qlm_test {
 
 class RunningLibrary {
 public:
-    RunningLibrary() {
-        EXPECT_TRUE(quillmere::SDK::initialize(configurationFor(server_)));
+    explicit RunningLibrary(bool viewScanning = false) {
+        auto configuration = configurationFor(server_);
+        configuration->setViewScanningEnabled(viewScanning);
+        EXPECT_TRUE(quillmere::SDK::initialize(configuration));
         core_ = quillmere::SDK::currentCore();
     }
     ~RunningLibrary() {
@@ -28,11 +30,12 @@ public:
     RunningLibrary(const RunningLibrary&) = delete;
     RunningLibrary& operator=(const RunningLibrary&) = delete;
 
-    const std::shared_ptr<quillmere::Core>& core() const { return core_; }
+    const IngestServer& server() const { return server_; }
 
     // Shuts the library down and gives the touch messages the server got, in order.
     std::vector<qm::ios::TouchEvent> stop() {
-        shutDownAndSettle(core_);
+        shutDownAndSettle(*core_);
+        core_.reset();
         std::vector<qm::ios::TouchEvent> touches;
         for (const auto& event : server_.events()) {
             if (event.type() == "qm.ios.TouchEvent")
