@@ -2,14 +2,12 @@
 
 #include <charconv>
 #include <cmath>
-#include <future>
 
 #include "capture/log/LogHandler.h"
 #include "capture/network/NetworkRequestInterceptor.h"
 #include "capture/screen/RootViewScanner.h"
 #include "capture/touch/QLMReactNativeSwizzler.h"
 #include "engine/BundleInfo.h"
-#include "engine/MessageEncoding.h"
 #include "engine/SDK.h"
 #include "engine/TaskQueue.h"
 #include "platform/foundation/NSBundle.h"
@@ -63,10 +61,7 @@ std::shared_ptr<Core> Core::make(std::shared_ptr<Session> session,
 
 Core::Core(std::shared_ptr<Session> session, std::shared_ptr<Configuration> configuration)
     : session_(std::move(session)),
-      configuration_(std::move(configuration)),
-      queue_(platform::DispatchQueue::makeSerial(
-          "com.quillmere.core.queue", platform::DispatchQoS::unspecified,
-          platform::DispatchQueue::global(platform::DispatchQoS::default_))) {}
+      configuration_(std::move(configuration)) {}
 
 void Core::start() {
     uploader_->start();
@@ -94,18 +89,11 @@ void Core::shutdown() {
         viewScanner_->detachTouchShims();
     }
     reactNativeSwizzler_->deswizzle();
-    // The pieces the drains passed on last are still being encoded: they join the last send.
-    platform::dispatch_sync(queue_, [] {});
     uploader_->stop();
     SDK::clearCore(*this);
 }
 
 bool Core::flush(std::chrono::steady_clock::time_point deadline) {
-    // The core queue is serial: once this block has run, so has every second half before it.
-    const auto drained = std::make_shared<std::promise<void>>();
-    auto future = drained->get_future();
-    queue_->async([drained] { drained->set_value(); });
-    if (future.wait_until(deadline) != std::future_status::ready) return false;
     return uploader_->flush(deadline);
 }
 
@@ -113,10 +101,7 @@ void Core::add(EventType type, std::shared_ptr<Capture> capture) noexcept {
     try {
         auto event = stampEvent(type);
         if (!event || !capture) return;
-        queue_->async([weak = weak_from_this(), event = std::move(*event), capture = std::move(capture)]() mutable {
-            // Null: it could not be built; the capture is lost, its sequence number stays used.
-            if (auto* message = capture->message()) finishEvent(weak, event, *message);
-        });
+        uploader_->append(std::move(*event), std::move(capture));
     } catch (const std::exception&) {
         // Only allocation can fail here; the capture is lost, the host goes on.
     }
@@ -150,29 +135,6 @@ std::optional<qm::Event> Core::stampEvent(EventType type) {
     if (sequenceNumber < 0 || sequenceNumber > kLastSequenceNumber) return std::nullopt;
     event.set_seqid(static_cast<uint32_t>(sequenceNumber));
     return event;
-}
-
-void Core::finishEvent(const std::weak_ptr<Core>& weakCore, qm::Event& event,
-                       google::protobuf::Message& message) noexcept {
-    try {
-        // Every float of the wire passes here, the envelope's included.
-        makeZerosPositive(message);
-        makeZerosPositive(event);
-        std::string failure;
-        const auto size = encodableSize(message, failure);
-        if (!size) {
-            platform::NSLog("Quillmere: Failed to add event: " + failure);
-            return;
-        }
-        std::string* data = event.mutable_data();
-        data->resize(*size);
-        message.SerializeWithCachedSizesToArray(reinterpret_cast<uint8_t*>(data->data()));
-        const auto core = weakCore.lock();
-        if (!core) return;
-        core->uploader_->append(std::move(event));
-    } catch (const std::exception& e) {
-        platform::NSLog(std::string("Quillmere: Failed to add event: ") + e.what());
-    }
 }
 
 bool Core::shouldCaptureRequest(const platform::NSURLRequest& request) const {

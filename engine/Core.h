@@ -64,14 +64,14 @@ public:
     // uploader queue until that send has been handed over.
     void shutdown();
 
-    // Waits, up to `deadline`, until every event stamped before the call has reached the Uploader
-    // and every upload handed to the URL session so far has ended, its reply handled; true if all
-    // that happened in time. Sends nothing itself: after shutdown, that is every upload this Core
+    // Waits, up to `deadline`, until every upload handed to the URL session so far has ended, its
+    // reply handled; true if that happened in time. Sends nothing itself: after shutdown, that is every upload this Core
     // makes. For whoever holds a Core and must know it is quiet; nothing in the library waits on it.
     bool flush(std::chrono::steady_clock::time_point deadline);
 
-    // The sink: stamps the event now, on the caller's thread; builds and encodes the message and
-    // appends the event on the core queue. Never blocks on building or encoding.
+    // The sink: stamps the event now, on the caller's thread, and appends it to the Uploader's
+    // buffer, which builds and encodes the message at the next send. Never blocks on building or
+    // encoding.
     void add(EventType type, std::shared_ptr<Capture> capture) noexcept override;
     // A host request is reported if network capture is on and it has a URL that is not the
     // library's own ingest endpoint.
@@ -100,15 +100,11 @@ private:
     void sendMetadata();
     // The envelope as of now; nullopt once the session has used its last sequence number.
     std::optional<qm::Event> stampEvent(EventType type);
-    // The second half of add, on the core queue.
-    static void finishEvent(const std::weak_ptr<Core>& weakCore, qm::Event& event,
-                            google::protobuf::Message& message) noexcept;
 
     AtomicInteger reqID_{0};
     AtomicInteger identifyCalls_{0};
     const std::shared_ptr<Session> session_;
     const std::shared_ptr<Configuration> configuration_;
-    const platform::dispatch_queue_t queue_;
     // Set once by make(), before the Core is shared; immutable after.
     std::shared_ptr<Uploader> uploader_;
     std::shared_ptr<RootViewScanner> viewScanner_;

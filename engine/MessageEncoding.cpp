@@ -82,4 +82,21 @@ std::optional<std::size_t> encodableSize(const google::protobuf::MessageLite& me
     return size;
 }
 
+bool encodeInto(qm::Event& event, google::protobuf::Message& message, std::string& failure) {
+    // Every float of the wire passes here, the envelope's included.
+    makeZerosPositive(message);
+    makeZerosPositive(event);
+    const auto size = encodableSize(message, failure);
+    if (!size) return false;
+    std::string* data = event.mutable_data();
+    try {
+        data->resize(*size);
+    } catch (...) {
+        data->clear();
+        throw;
+    }
+    message.SerializeWithCachedSizesToArray(reinterpret_cast<uint8_t*>(data->data()));
+    return true;
+}
+
 }  // namespace quillmere

@@ -9,14 +9,21 @@
 #include <optional>
 #include <string>
 
+#include "wire/qm.pb.h"
+
 namespace quillmere {
 
-// The encoded size of `message`, or nullopt with the reason in `failure` when it is over 2 GB.
-// Computing it caches the sizes, so the caller then writes with SerializeWithCachedSizesToArray.
 // Turns every -0.0 in `message`, nested messages and map values included, into +0.0. The wire's
 // zero is the default and is left off; -0.0 differs from it in its bits, so protobuf would write it.
 void makeZerosPositive(google::protobuf::Message& message);
 
+// The encoded size of `message`, or nullopt with the reason in `failure` when it is over 2 GB.
+// Computing it caches the sizes, so the caller then writes with SerializeWithCachedSizesToArray.
 std::optional<std::size_t> encodableSize(const google::protobuf::MessageLite& message, std::string& failure);
+
+// Puts `message`, encoded, into `event`'s data, every float of both written as +0.0 when zero;
+// false, with the reason in `failure`, when it is too large to encode. Throws only for want of
+// memory, leaving `event` without data.
+bool encodeInto(qm::Event& event, google::protobuf::Message& message, std::string& failure);
 
 }  // namespace quillmere

@@ -88,49 +88,105 @@ void Uploader::uploadEnded() {
     uploadsEnded_.notify_all();
 }
 
-void Uploader::append(qm::Event event) {
-    auto owned = std::make_unique<qm::Event>(std::move(event));
+void Uploader::append(qm::Event envelope, std::shared_ptr<EventSink::Capture> capture) {
+    if (!capture) return;
     std::lock_guard lock(bufferMutex_);
-    eventBuffer_.AddAllocated(owned.release());
+    eventBuffer_.push_back({std::move(envelope), std::move(capture)});
 }
 
-std::vector<qm::Event> Uploader::eventBuffer() const {
+void Uploader::append(qm::Event event) {
     std::lock_guard lock(bufferMutex_);
-    return std::vector<qm::Event>(eventBuffer_.begin(), eventBuffer_.end());
+    eventBuffer_.push_back({std::move(event), nullptr});
 }
 
 std::size_t Uploader::eventBufferCount() const {
     std::lock_guard lock(bufferMutex_);
-    return static_cast<std::size_t>(eventBuffer_.size());
+    return eventBuffer_.size();
 }
 
 void Uploader::send() {
+    // The whole buffer is taken at once under the lock: appends that come later wait for the next
+    // send, and the building, long for bodies and screen captures, does not hold up the appender.
+    std::vector<Waiting> taken;
+    {
+        std::lock_guard lock(bufferMutex_);
+        taken.swap(eventBuffer_);
+    }
+    if (taken.empty()) return;
+    build(taken);
+    qm::EventList list;
+    if (!gather(taken, list)) return;
     try {
-        // The whole buffer is taken at once under the lock: appends that come later wait for the
-        // next send, and the encoding, long for screen captures, does not hold up the appender.
-        qm::EventList list;
-        {
-            std::lock_guard lock(bufferMutex_);
-            list.mutable_events()->Swap(&eventBuffer_);
-        }
-        if (list.events_size() > 0) {
-            list.set_appid(session_->appID());
-            // In order, each whole; what cannot be encoded goes back with everything after it.
-            auto parts = splitIntoParts(std::move(list), kMaximumBodyBytes);
-            for (std::size_t i = 0; i < parts.size(); ++i) {
-                std::string failure;
-                if (post(parts[i], failure)) continue;
-                platform::NSLog("Quillmere: Unexpected upload error: " + failure + ".");
-                for (std::size_t later = i + 1; later < parts.size(); ++later) {
-                    for (auto& event : *parts[later].mutable_events())
-                        *parts[i].add_events() = std::move(event);
-                }
-                putBack(parts[i]);
-                break;
+        // In order, each whole; what cannot be encoded goes back with everything after it.
+        auto parts = splitIntoParts(std::move(list), kMaximumBodyBytes);
+        for (std::size_t i = 0; i < parts.size(); ++i) {
+            std::string failure;
+            if (post(parts[i], failure)) continue;
+            platform::NSLog("Quillmere: Unexpected upload error: " + failure + ".");
+            for (std::size_t later = i + 1; later < parts.size(); ++later) {
+                for (auto& event : *parts[later].mutable_events()) *parts[i].add_events() = std::move(event);
             }
+            putBack(parts[i]);
+            break;
         }
     } catch (const std::exception& e) {
         platform::NSLog(std::string("Quillmere: Unexpected upload error: ") + e.what() + ".");
+    }
+}
+
+namespace {
+
+// A diagnostic that, with no memory left for its text, is given up rather than thrown.
+void logQuietly(const std::string& prefix, const std::string& detail) noexcept {
+    try {
+        platform::NSLog(prefix + detail);
+    } catch (const std::exception&) {
+    }
+}
+
+}  // namespace
+
+void Uploader::build(std::vector<Waiting>& taken) noexcept {
+    std::size_t kept = 0;
+    for (auto& waiting : taken) {
+        if (waiting.capture) {
+            try {
+                std::string failure;
+                // Null: it could not be built; the capture is lost, its sequence number stays used.
+                auto* message = waiting.capture->message();
+                if (!message) continue;
+                if (!encodeInto(waiting.event, *message, failure)) {
+                    logQuietly("Quillmere: Failed to add event: ", failure);
+                    continue;
+                }
+            } catch (const std::exception& e) {
+                logQuietly("Quillmere: Failed to add event: ", e.what());
+                continue;
+            }
+            // Its message goes now, not with the rest after the send.
+            waiting.capture.reset();
+        }
+        if (&taken[kept] != &waiting) taken[kept] = std::move(waiting);
+        ++kept;
+    }
+    // Shrinking allocates nothing.
+    taken.erase(taken.begin() + static_cast<std::ptrdiff_t>(kept), taken.end());
+}
+
+bool Uploader::gather(std::vector<Waiting>& taken, qm::EventList& list) {
+    auto& events = *list.mutable_events();
+    std::size_t moved = 0;
+    try {
+        list.set_appid(session_->appID());
+        events.Reserve(static_cast<int>(taken.size()));
+        // Add allocates before the move, which swaps and cannot fail: `moved` counts what is in.
+        for (; moved < taken.size(); ++moved) *events.Add() = std::move(taken[moved].event);
+        return true;
+    } catch (const std::exception& e) {
+        logQuietly("Quillmere: Unexpected upload error: ", std::string(e.what()) + ".");
+        for (std::size_t i = 0; i < moved; ++i) taken[i].event = std::move(*events.Mutable(static_cast<int>(i)));
+        putBack(taken);
+        return false;
     }
 }
 
@@ -171,11 +227,27 @@ std::shared_ptr<platform::NSData> Uploader::encode(const qm::EventList& list, st
 }
 
 // Ahead of whatever was appended meanwhile, so the next send tries the same events in order.
-void Uploader::putBack(qm::EventList& list) {
-    auto& events = *list.mutable_events();
+void Uploader::putBack(std::vector<Waiting>& events) {
     std::lock_guard lock(bufferMutex_);
-    for (auto& later : eventBuffer_) events.Add(std::move(later));
-    eventBuffer_.Swap(&events);
+    try {
+        events.insert(events.end(), std::make_move_iterator(eventBuffer_.begin()),
+                      std::make_move_iterator(eventBuffer_.end()));
+    } catch (const std::exception&) {
+        // No memory to join them: the later events stay, the ones put back are lost.
+        return;
+    }
+    eventBuffer_.swap(events);
+}
+
+void Uploader::putBack(qm::EventList& list) {
+    std::vector<Waiting> events;
+    try {
+        events.reserve(static_cast<std::size_t>(list.events_size()));
+    } catch (const std::exception&) {
+        return;
+    }
+    for (auto& event : *list.mutable_events()) events.push_back({std::move(event), nullptr});
+    putBack(events);
 }
 
 void Uploader::uploadCompleted(const std::shared_ptr<platform::NSData>& data,

@@ -1,9 +1,14 @@
 #pragma once
 // Moves finished events to the ingest server: one POST of every buffered event about once a second.
 //
-// Threads: append() from any thread (the Core's queue in practice); start() and stop() from the
-// host's thread, never from the uploader queue; sends run on the uploader queue; replies are handled
-// on the URL session's callback queue. The Uploader holds its Core only weakly (readyStateDelegate);
+// An event waits in the buffer as its capture handed it over: stamped, its message not yet built.
+// The send builds and encodes it, so that the work a capture costs (a body's text, the encodings)
+// is done once a second on the uploader queue and never at the moment the host waits for its own
+// work, such as a response that has just ended.
+//
+// Threads: append() from any thread (capture threads, through the Core); start() and stop() from
+// the host's thread, never from the uploader queue; sends run on the uploader queue; replies are
+// handled on the URL session's callback queue. The Uploader holds its Core only weakly (readyStateDelegate);
 // an upload in flight holds the Uploader until its reply has been handled.
 #include <chrono>
 #include <condition_variable>
@@ -15,6 +20,7 @@
 #include <string_view>
 #include <vector>
 
+#include "engine/EventSink.h"
 #include "engine/PacedTimer.h"
 #include "engine/ReadyStateDelegate.h"
 #include "engine/Session.h"
@@ -63,11 +69,13 @@ public:
     // handling, which it would wait for.
     bool flush(std::chrono::steady_clock::time_point deadline);
 
-    // Queues a finished event for the next send.
+    // Queues an event for the next send: `envelope` as stamped, and its message to build then.
+    // Never blocks on building or encoding.
+    void append(qm::Event envelope, std::shared_ptr<EventSink::Capture> capture);
+    // Queues an event whose data is encoded already.
     void append(qm::Event event);
 
-    // What waits for the next send, oldest first (a copy).
-    std::vector<qm::Event> eventBuffer() const;
+    // How many events wait for the next send.
     std::size_t eventBufferCount() const;
     const std::shared_ptr<platform::NSURL>& url() const { return url_; }
 
@@ -90,7 +98,19 @@ private:
     // The body of one POST; null, with the reason in `failure`, when it cannot be encoded or there
     // is no memory for it.
     static std::shared_ptr<platform::NSData> encode(const qm::EventList& list, std::string& failure);
-    // Returns a batch that could not be sent to the front of the buffer.
+    // One event as it waits: the capture is null once its message is in the envelope's data.
+    struct Waiting {
+        qm::Event event;
+        std::shared_ptr<EventSink::Capture> capture;
+    };
+    // Builds each taken event's message and encodes it into its envelope; one that can't be is
+    // lost, with a log line, and leaves `taken`.
+    static void build(std::vector<Waiting>& taken) noexcept;
+    // Moves the built events into `list`; false when there is no memory for it, and they are put
+    // back for the next send.
+    bool gather(std::vector<Waiting>& taken, qm::EventList& list);
+    // Return events that could not be sent to the front of the buffer, in their order.
+    void putBack(std::vector<Waiting>& events);
     void putBack(qm::EventList& list);
     // An upload's reply has been handled.
     void uploadEnded();
@@ -104,9 +124,9 @@ private:
     const std::shared_ptr<PacedTimer> timer_;
     const std::weak_ptr<ReadyStateDelegate> readyStateDelegate_;
 
-    // Held as the list's own field type, so that a send takes the whole buffer with one swap.
+    // A send takes the whole buffer with one swap.
     mutable std::mutex bufferMutex_;
-    google::protobuf::RepeatedPtrField<qm::Event> eventBuffer_;  // guarded by bufferMutex_
+    std::vector<Waiting> eventBuffer_;  // guarded by bufferMutex_
 
     std::mutex uploadsMutex_;
     std::condition_variable uploadsEnded_;

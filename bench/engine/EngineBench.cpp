@@ -1,5 +1,5 @@
-// What capture threads pay for an event, how fast events reach the buffer, and what one send costs
-// up to handing its batch to the URL session (a loopback server takes the uploads).
+// What capture threads pay for an event, and what one send costs up to handing its batch to the URL
+// session, building and encoding the messages included (a loopback server takes the uploads).
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -35,11 +35,6 @@ std::shared_ptr<Core> idleCore() {
     return Core::make(Session::make("bench"), configuration);
 }
 
-// Every event handed over so far is in the buffer (the Core is never started, so none has left it).
-void waitForBuffer(Core& core) {
-    core.flush(std::chrono::steady_clock::time_point::max());
-}
-
 const qm::core::LogEvent kLogEvent = LogHandler::logEventFrom("INFO", {"user tapped checkout", "cart=3"});
 
 // Sorted per-call times as counters: the median is the figure, p99 shows the scheduler's share.
@@ -64,39 +59,24 @@ void timeEachCall(benchmark::State& state, Prepare prepare, Call call) {
     reportPerCall(state, nanoseconds);
 }
 
-// The first half of addEvent alone, per call: stamping and the hand-off to the core queue. The
-// capture has built its message already and hands it over, as capture code does.
+// What a capture thread pays per event: the stamp and the append to the buffer. The capture has
+// built its message already and hands it over, as capture code does.
 void BM_AddEventCallerCost(benchmark::State& state) {
     auto core = idleCore();
     timeEachCall(
         state, [] { return kLogEvent; },
         [&](qm::core::LogEvent message) { core->addEvent(EventType::logEvent, std::move(message)); });
-    waitForBuffer(*core);
 }
 BENCHMARK(BM_AddEventCallerCost)->Iterations(200000)->Repetitions(5)->ReportAggregatesOnly(true);
 
-// Baseline for the above: an empty block handed to a serial queue, the floor of any hand-off.
-void BM_BaselineSerialQueueAsync(benchmark::State& state) {
-    const auto queue = platform::DispatchQueue::makeSerial("bench.baseline");
-    timeEachCall(
-        state, [] { return 0; }, [&](int) { queue->async([] {}); });
-    queue->sync([] {});
-}
-BENCHMARK(BM_BaselineSerialQueueAsync)->Iterations(200000)->Repetitions(5)->ReportAggregatesOnly(true);
+// A log event as a capture hands it over: built, still to encode.
+class LogCapture final : public EventSink::Capture {
+public:
+    google::protobuf::Message* message() noexcept override { return &message_; }
 
-// Both halves: from the caller to an encoded event in the buffer, 1,000 events per iteration.
-void BM_EventsIntoBuffer(benchmark::State& state) {
-    constexpr std::size_t kBatch = 1000;
-    auto core = idleCore();
-    std::size_t total = 0;
-    for (auto _ : state) {
-        for (std::size_t i = 0; i < kBatch; ++i) core->addEvent(EventType::logEvent, kLogEvent);
-        total += kBatch;
-        waitForBuffer(*core);
-    }
-    state.SetItemsProcessed(static_cast<int64_t>(total));
-}
-BENCHMARK(BM_EventsIntoBuffer)->Iterations(100)->Repetitions(5)->ReportAggregatesOnly(true);
+private:
+    qm::core::LogEvent message_ = kLogEvent;
+};
 
 qm::Event bufferedEvent(uint32_t seqID, std::size_t payloadBytes) {
     qm::Event event;
@@ -110,7 +90,9 @@ qm::Event bufferedEvent(uint32_t seqID, std::size_t payloadBytes) {
     return event;
 }
 
-// One send as stop() makes it: the batch is listed, encoded and handed to the URL session.
+// One send as stop() makes it: the batch is built, listed, encoded and handed to the URL session.
+// range(1) 0: log events as captures hand them over, each message encoded by the send; else events
+// whose data of that many bytes is encoded already.
 void BM_Send(benchmark::State& state) {
     const auto events = static_cast<uint32_t>(state.range(0));
     const auto payload = static_cast<std::size_t>(state.range(1));
@@ -120,7 +102,13 @@ void BM_Send(benchmark::State& state) {
     std::size_t sent = ingest().requestCount();
     for (auto _ : state) {
         state.PauseTiming();
-        for (const auto& event : prepared) uploader->append(event);
+        for (const auto& event : prepared) {
+            if (payload == 0) {
+                uploader->append(event, std::make_shared<LogCapture>());
+            } else {
+                uploader->append(event);
+            }
+        }
         state.ResumeTiming();
         uploader->stop();
         state.PauseTiming();
@@ -132,7 +120,7 @@ void BM_Send(benchmark::State& state) {
                             static_cast<int64_t>(payload));
 }
 BENCHMARK(BM_Send)
-    ->Args({1000, 40})
+    ->Args({1000, 0})
     ->Args({10, 100 * 1024})
     ->Unit(benchmark::kMicrosecond)
     ->Iterations(50)

@@ -144,8 +144,8 @@ TEST(CoreAsSink, CapturesAddingThroughShutdownSendNothingTwiceAndLetTheCoreGo) {
     SDK::shutdown();
     qlm_test::settle(*stopping);
     const auto stamped = static_cast<std::size_t>(stopping->session()->seqID().value());
-    // From here only the capture threads hold it, and the core queue while it appends what they
-    // added: the last of them to let go takes it down.
+    // From here only the capture threads hold it, while they add: the last of them to let go takes
+    // it down.
     stopping.reset();
     done = true;
     for (auto& thread : threads) thread.join();

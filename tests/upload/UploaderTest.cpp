@@ -2,9 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <optional>
 #include <thread>
+#include <vector>
 
 #include "tests/support/AllocationFaults.h"
+#include "wire/qm_core.pb.h"
 #include "tests/support/LogCapture.h"
 #include "tests/upload/UploadTestSupport.h"
 
@@ -54,6 +57,44 @@ TEST_F(UploaderTest, TheTimerSendsEachIntervalAndStopSendsTheRestThenLeavesItCan
     *last.add_events() = qlm_test::numberedEvent(2);
     *last.add_events() = qlm_test::numberedEvent(3);
     EXPECT_EQ(requests[2].body, last.SerializeAsString()) << "the body is the encoded list, nothing more";
+}
+
+// A capture's message as the send builds it: which thread asked, and whether it could be built.
+class CountedCapture final : public EventSink::Capture {
+public:
+    explicit CountedCapture(bool buildable) : buildable_(buildable) { message_.set_loglevel(qm::core::LogEvent_LogLevel_WARN); }
+    google::protobuf::Message* message() noexcept override {
+        builtOn = std::this_thread::get_id();
+        return buildable_ ? &message_ : nullptr;
+    }
+    std::optional<std::thread::id> builtOn;  // written by the send, read after it
+
+private:
+    const bool buildable_;
+    qm::core::LogEvent message_;
+};
+
+TEST_F(UploaderTest, CapturesAreBuiltByTheSendNotWhenAppendedAndOneThatCantBeIsLeftOut) {
+    IngestServer server;
+    auto uploader = makeUploader(server);
+    ASSERT_TRUE(uploader);
+    const std::vector<std::shared_ptr<CountedCapture>> captures = {
+        std::make_shared<CountedCapture>(true), std::make_shared<CountedCapture>(false),
+        std::make_shared<CountedCapture>(true)};
+    for (uint32_t i = 0; i < captures.size(); ++i) uploader->append(qlm_test::numberedEvent(i), captures[i]);
+    for (const auto& capture : captures) EXPECT_FALSE(capture->builtOn) << "built as it was appended";
+    qlm_test::stopAndSettle(*uploader);
+    for (const auto& capture : captures) {
+        ASSERT_TRUE(capture->builtOn);
+        EXPECT_NE(*capture->builtOn, std::this_thread::get_id()) << "built on the appending thread";
+    }
+    const auto events = server.events();
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events[0].seqid(), 0u);
+    EXPECT_EQ(events[1].seqid(), 2u);
+    qm::core::LogEvent sent;
+    ASSERT_TRUE(sent.ParseFromString(events[1].data()));
+    EXPECT_EQ(sent.loglevel(), qm::core::LogEvent_LogLevel_WARN);
 }
 
 TEST_F(UploaderTest, ABatchWithNoMemoryForItsBodyStaysForTheNextSend) {
