@@ -1,6 +1,5 @@
 #include "capture/network/NetworkShim.h"
 
-#include <algorithm>
 #include <exception>
 
 #include "capture/network/AuthenticationChallengeSender.h"
@@ -20,8 +19,15 @@ using platform::NSURLRequest;
 
 namespace {
 
-// A declared length above this is not trusted for a reservation up front; the buffer then grows.
-constexpr long long kLargestReservation = 16LL * 1024 * 1024;
+// One buffer of the pieces' bytes in order: the body as the event reports it.
+std::shared_ptr<platform::NSData> joined(const std::vector<std::shared_ptr<platform::NSData>>& pieces) {
+    std::size_t length = 0;
+    for (const auto& piece : pieces) length += piece->length();
+    std::vector<uint8_t> bytes;
+    bytes.reserve(length);
+    for (const auto& piece : pieces) bytes.insert(bytes.end(), piece->bytes(), piece->bytes() + piece->length());
+    return std::make_shared<platform::NSData>(std::move(bytes));
+}
 
 // Never destroyed: shims of the loading system's threads may ask while the process exits.
 struct SinkSlot {
@@ -163,15 +169,8 @@ void NetworkShim::URLSession_dataTask_didReceiveResponse_completionHandler(
                                                                   platform::NSURLCacheStorageAllowed);
     response_ = response;
     // A later response on the same task starts the body afresh.
-    responseData_ = platform::NSMutableData::data();
-    try {
-        const long long expected = response ? response->expectedContentLength() : 0;
-        // Sized once, the buffer never copies itself as it grows.
-        if (expected > 0)
-            responseData_->reserve(static_cast<std::size_t>(std::min(expected, kLargestReservation)));
-    } catch (const std::exception&) {
-        // Not reserved, the buffer grows as the body comes.
-    }
+    responsePieces_.clear();
+    responseBodyKept_ = true;
     completion(platform::NSURLSessionResponseAllow);
 }
 
@@ -180,12 +179,14 @@ void NetworkShim::URLSession_dataTask_didReceiveData(const std::shared_ptr<platf
                                                      const std::shared_ptr<platform::NSData>& data) {
     // The same piece, not a copy, and before capture spends any time on it.
     if (const auto client = this->client()) client->URLProtocol_didLoadData(this, data);
-    if (responseData_ && data) {
+    if (responseBodyKept_ && data) {
         try {
-            responseData_->appendData(*data);
+            // Kept as it is, not copied: the piece is immutable and the host's is the same.
+            responsePieces_.push_back(data);
         } catch (const std::exception&) {
             // The capture of this body is lost; its delivery is not.
-            responseData_.reset();
+            responseBodyKept_ = false;
+            responsePieces_.clear();
         }
     }
 }
@@ -225,24 +226,36 @@ void NetworkShim::reportResponse(const platform::NSURLSessionTask& task,
         if (!sink) return;
 
         std::shared_ptr<platform::NSHTTPURLResponse> httpResponse;
-        std::shared_ptr<platform::NSData> body;
+        bool hasBody = false;
         if (!error) {
             httpResponse = std::dynamic_pointer_cast<platform::NSHTTPURLResponse>(response_);
-            body = responseData_;
+            hasBody = responseBodyKept_;
         } else if (redirectResponse_) {
             // Stopped after it told of a redirect (the host followed it), or failed while the
             // refused redirect's body came: either way this request's answer was the redirect.
             httpResponse = redirectResponse_;
         }
-        const auto ownBody = body;
-        auto captured = responseFrom(httpResponse, *original, std::move(body), number->longLongValue());
+        auto pieces = std::move(responsePieces_);
+        responsePieces_.clear();
+        auto captured = responseFrom(httpResponse, *original, nullptr, number->longLongValue());
         if (!captured) return;
-        if (const auto sanitizer = sink->responseSanitizer()) {
-            captured = sanitizer->sanitize(std::move(captured));
-            if (!captured) return;
-        }
         const double elapsed = end.timeIntervalSinceDate(*start);
-        // The body's text form is built on the sink's thread, from a copy the sanitizer can't reach.
+        const auto sanitizer = sink->responseSanitizer();
+        if (!sanitizer) {
+            // Nobody reads the body before its event is built: the pieces are joined then, at the
+            // sink's pace, rather than here, where the host is still to hear of the end.
+            sink->addEventBuiltLater(EventType::responseEvent, [captured = std::move(captured),
+                                                                pieces = std::move(pieces), hasBody, elapsed] {
+                if (hasBody) captured->setBody(joined(pieces));
+                return makeResponseEvent(*captured, elapsed);
+            });
+            return;
+        }
+        const auto ownBody = hasBody ? joined(pieces) : nullptr;
+        captured->setBody(ownBody);
+        captured = sanitizer->sanitize(std::move(captured));
+        if (!captured) return;
+        // Built from a copy the sanitizer can't reach.
         sink->addEventBuiltLater(EventType::responseEvent,
                                  [captured = captured->detachedCopy(ownBody), elapsed] {
                                      return makeResponseEvent(*captured, elapsed);

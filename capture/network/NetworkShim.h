@@ -18,6 +18,7 @@
 // delegate methods on the shim's own session's delegate queue, which calls the client too.
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "engine/NetworkEventSink.h"
 #include "platform/foundation/NSData.h"
@@ -96,7 +97,9 @@ private:
 
     // Confined to the session's delegate queue, which runs one delegate call at a time.
     std::shared_ptr<platform::NSURLResponse> response_;              // the last response received
-    std::shared_ptr<platform::NSMutableData> responseData_;          // its body so far
+    // Its body so far: the pieces the host got, held rather than copied.
+    std::vector<std::shared_ptr<platform::NSData>> responsePieces_;
+    bool responseBodyKept_ = false;  // a response came, and no piece of its body was lost
     std::shared_ptr<platform::NSHTTPURLResponse> redirectResponse_;  // the redirect told of, if any
 };
 
