@@ -91,8 +91,6 @@ public:
 
     const std::shared_ptr<Configuration>& configuration() const { return configuration_; }
     const std::shared_ptr<Session>& session() const { return session_; }
-    // How many request numbers have been taken.
-    int64_t requestsNumbered() const { return reqID_.value(); }
 
 private:
     Core(std::shared_ptr<Session> session, std::shared_ptr<Configuration> configuration);

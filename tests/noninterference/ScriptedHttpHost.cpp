@@ -5,13 +5,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <mutex>
 #include <set>
 
-#include "engine/Core.h"
-#include "engine/SDK.h"
 #include "platform/foundation/NSString.h"
 #include "platform/url/NSHTTPURLResponse.h"
 #include "platform/url/NSInputStream.h"
@@ -38,8 +37,9 @@ std::string digest(std::string_view bytes) {
     return std::to_string(bytes.size()) + " bytes #" + hex;
 }
 
-// Every request the library numbered is reported, each as exactly one request and one response.
-bool everyRequestReportedAsOnePair(const std::vector<qm::Event>& events) {
+// Every request the host made (its tasks, and the redirects it followed, each a request of its
+// own) is reported, each as exactly one request and one response, numbered from ios-0 on.
+bool everyRequestReportedAsOnePair(const std::vector<qm::Event>& events, std::size_t made) {
     std::multiset<std::string> requests, responses;
     for (const auto& event : events) {
         if (event.type() == "qm.network.RequestEvent") {
@@ -50,11 +50,9 @@ bool everyRequestReportedAsOnePair(const std::vector<qm::Event>& events) {
             if (message.ParseFromString(event.data())) responses.insert(message.reqid());
         }
     }
-    const auto core = quillmere::SDK::currentCore();
-    // Stopped: the numbers were all taken before.
-    const bool allNumbered = !core || requests.size() == static_cast<std::size_t>(core->requestsNumbered());
-    return !requests.empty() && allNumbered && requests == responses &&
-           std::set<std::string>(requests.begin(), requests.end()).size() == requests.size();
+    std::multiset<std::string> numbered;
+    for (std::size_t i = 0; i < made; ++i) numbered.insert("ios-" + std::to_string(i));
+    return made > 0 && requests == numbered && responses == numbered;
 }
 
 class TranscribingDelegate final : public NSURLSessionDataDelegate {
@@ -71,6 +69,7 @@ public:
              request->HTTPMethod() + " " + relative_(request->URL()->absoluteString()) +
              (body ? " with " + digest(body->view()) : "") +
              (request->HTTPBodyStream() ? " with a stream" : ""));
+        if (!task_.refuseRedirects) ++followed_;
         completion(task_.refuseRedirects ? nullptr : request);
     }
     void URLSession_task_didReceiveChallenge_completionHandler(
@@ -126,6 +125,7 @@ public:
         std::lock_guard lock(mutex_);
         return done_;
     }
+    std::size_t redirectsFollowed() const { return followed_; }
     std::vector<std::string> lines() const {
         std::lock_guard lock(mutex_);
         return lines_;
@@ -147,6 +147,7 @@ private:
 
     const HostTask task_;
     const std::function<std::string(const std::string&)> relative_;
+    std::atomic<std::size_t> followed_{0};
     mutable std::mutex mutex_;
     std::vector<std::string> lines_;  // guarded by mutex_
     std::string body_;                // guarded by mutex_; received since the last response
@@ -206,7 +207,9 @@ std::string describe(const HttpRequest& request) {
 }  // namespace
 
 ScriptedHttpHost::ScriptedHttpHost(ScenarioRun& run) : run_(run), origin_(startOrigin()) {
-    run_.expectCapture(everyRequestReportedAsOnePair);
+    run_.expectCapture([made = requestsMade_](const std::vector<qm::Event>& events) {
+        return everyRequestReportedAsOnePair(events, made->load());
+    });
     run_.atEnd([origin = origin_, &transcript = run_.transcript()] {
         // Tasks that ran at once reach the origin in any order; sorted, a duplicate still shows.
         std::vector<std::string> lines;
@@ -264,6 +267,8 @@ void ScriptedHttpHost::play(const std::vector<std::pair<HostTask, SessionSetting
             return std::all_of(delegates.begin(), delegates.end(), [](const auto& d) { return d->done(); });
         },
         std::chrono::seconds(30));
+    *requestsMade_ += tasks.size();
+    for (const auto& delegate : delegates) *requestsMade_ += delegate->redirectsFollowed();
     for (std::size_t i = 0; i < tasks.size(); ++i) {
         const auto& task = tasks[i].first;
         run_.transcript().add("task " + std::to_string(++tasksPlayed_) + ": " + task.method + " " +

@@ -15,6 +15,7 @@
 // answers after two seconds.
 //
 // Threads: the main thread, which runs the main run loop while it waits.
+#include <atomic>
 #include <map>
 #include <memory>
 #include <optional>
@@ -53,8 +54,8 @@ public:
     // A URL on a port that nobody listens on.
     static constexpr const char* kRefusedPort = "refused-port";
 
-    // Starts the origin; asks the runner to wait, with capture on, until every request the library
-    // numbered is reported as one pair; adds the origin's requests at the end.
+    // Starts the origin; asks the runner to wait, with capture on, until every request the host
+    // made is reported as one pair; adds the origin's requests at the end.
     explicit ScriptedHttpHost(ScenarioRun& run);
 
     // Runs `tasks` at once, each on a session of its own with its settings, and writes down what
@@ -68,6 +69,8 @@ private:
     ScenarioRun& run_;
     std::shared_ptr<LoopbackHttpServer> origin_;  // held by the end step too
     int tasksPlayed_ = 0;
+    // Requests the host made: tasks played and redirects followed. Read by the capture check.
+    std::shared_ptr<std::atomic<std::size_t>> requestsMade_ = std::make_shared<std::atomic<std::size_t>>(0);
 };
 
 }  // namespace qlm_test
