@@ -53,11 +53,14 @@ public:
         server_.start();
     }
 
-    // Waits for the next upload of at least `bytes`: the one that carries a captured body.
-    void waitForUploadOf(std::size_t bytes) {
+    // Uploads of at least `bytes` count from here on; returns how many have come so far.
+    int countUploadsOf(std::size_t bytes) {
         threshold_.store(bytes);
-        const int seen = bigUploads_.load();
-        for (int now = seen; now == seen; now = bigUploads_.load()) bigUploads_.wait(now);
+        return bigUploads_.load();
+    }
+    // Waits until more than `seen` such uploads have come.
+    void waitForUploadsBeyond(int seen) {
+        for (int now = bigUploads_.load(); now <= seen; now = bigUploads_.load()) bigUploads_.wait(now);
     }
 
     std::string url() const { return "http://127.0.0.1:" + std::to_string(server_.port()) + "/i"; }
@@ -72,7 +75,7 @@ private:
 
     // Atomic: written by the benchmark and read on connection threads, or the other way round.
     std::atomic<std::size_t> threshold_{0};
-    std::atomic<int> bigUploads_{0};
+    std::atomic<int> bigUploads_{0};  // only grows
     qlm::ingest::HttpServer server_;
 };
 
@@ -207,8 +210,9 @@ std::shared_ptr<NSMutableURLRequest> hostRequest(const std::string& url) {
 
 // range(0): response bytes; range(1): the Mode; range(2): spaced. Back to back (spaced 0), the
 // library's work on one request (the body's text form, the uploads) overlaps the next, as it
-// would in a host that never pauses; spaced, that work, the upload included, is let finish
-// outside the timing before the next request, which leaves the latency the host itself waits for.
+// would in a host that never pauses; spaced, that work, the upload and its reply included, is let
+// finish outside the timing before the next request, which leaves the latency the host itself
+// waits for. Then every mode rests as long before its next request, so all start equally cold.
 void BM_RequestOnLoopback(benchmark::State& state) {
     const long size = state.range(0);
     const auto mode = static_cast<Mode>(state.range(1));
@@ -217,9 +221,13 @@ void BM_RequestOnLoopback(benchmark::State& state) {
     auto session =
         NSURLSession::sessionWithConfiguration(NSURLSessionConfiguration::defaultSessionConfiguration());
     const auto request = hostRequest(app().url("/body", size));
+    // Without response events no upload carries the body; the request's event will do.
+    const std::size_t uploadCarryingIt = mode == Mode::on ? static_cast<std::size_t>(size) : 1;
     std::mutex mutex;
     std::condition_variable changed;
     for (auto _ : state) {
+        // Counted before the request: an upload after this carries its events, however soon.
+        const int uploadsBefore = spaced ? ingest().countUploadsOf(uploadCarryingIt) : 0;
         bool done = false;
         long received = -1;
         session
@@ -240,14 +248,11 @@ void BM_RequestOnLoopback(benchmark::State& state) {
         }
         if (spaced) {
             state.PauseTiming();
-            if (SDK::currentCore()) {
-                // The upload comes a while after the host heard of the end: the timer's next firing.
-                // Without response events no upload carries the body; any one will do.
-                ingest().waitForUploadOf(mode == Mode::on ? static_cast<std::size_t>(size) : 1);
-            } else {
-                // The baseline idles as long, so both start their next request equally cold.
-                std::this_thread::sleep_for(std::chrono::milliseconds(500));
+            if (const auto core = SDK::currentCore()) {
+                ingest().waitForUploadsBeyond(uploadsBefore);
+                core->flush(std::chrono::steady_clock::now() + std::chrono::seconds(60));
             }
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
             state.ResumeTiming();
         }
     }
