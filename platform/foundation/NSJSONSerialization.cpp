@@ -3,6 +3,7 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <exception>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -225,19 +226,23 @@ private:
             return false;
         }
         // Sized once and written in place: a body of a megabyte full of quotes and slashes would
-        // otherwise take a call per escape.
+        // otherwise take a call per escape. Clean runs, the bulk of any text, are found eight bytes
+        // at a time and copied whole.
         std::size_t escaped = text.size() + 2;
-        for (const char ch : text) escaped += extraLength(static_cast<unsigned char>(ch));
+        for (std::size_t i = nextEscape(text, 0); i < text.size(); i = nextEscape(text, i + 1))
+            escaped += extraLength(static_cast<unsigned char>(text[i]));
         const std::size_t at = out_.size();
         out_.resize(at + escaped);
         char* to = out_.data() + at;
         *to++ = '"';
-        for (const char ch : text) {
+        for (std::size_t from = 0; from < text.size();) {
+            const std::size_t i = nextEscape(text, from);
+            std::memcpy(to, text.data() + from, i - from);
+            to += i - from;
+            if (i == text.size()) break;
+            from = i + 1;
+            const char ch = text[i];
             const auto c = static_cast<unsigned char>(ch);
-            if (extraLength(c) == 0) {
-                *to++ = ch;
-                continue;
-            }
             *to++ = '\\';
             switch (c) {
                 case '"':
@@ -278,6 +283,27 @@ private:
         static constexpr auto kWithSlash = extraLengths(true);
         static constexpr auto kWithoutSlash = extraLengths(false);
         return (escapeSlashes_ ? kWithSlash : kWithoutSlash)[c];
+    }
+
+    // The index of the first byte at or after `from` that needs an escape, or text.size().
+    std::size_t nextEscape(std::string_view text, std::size_t from) const {
+        constexpr uint64_t kOnes = 0x0101010101010101;
+        constexpr uint64_t kHighs = 0x8080808080808080;
+        // Non-zero when some byte of `word` is below n (n <= 128); exact for "some", which is all
+        // that is asked: the word is then searched byte by byte.
+        const auto anyBelow = [](uint64_t word, uint64_t n) { return (word - kOnes * n) & ~word & kHighs; };
+        const auto anyEqual = [&](uint64_t word, unsigned char c) { return anyBelow(word ^ (kOnes * c), 1); };
+        std::size_t i = from;
+        for (; i + 8 <= text.size(); i += 8) {
+            uint64_t word;
+            std::memcpy(&word, text.data() + i, 8);
+            if ((anyBelow(word, 0x20) | anyEqual(word, '"') | anyEqual(word, '\\') |
+                 (escapeSlashes_ ? anyEqual(word, '/') : 0)) != 0)
+                break;
+        }
+        for (; i < text.size(); ++i)
+            if (extraLength(static_cast<unsigned char>(text[i])) != 0) return i;
+        return text.size();
     }
 
     bool writeNumber(const NSNumber& number, std::string& why) {

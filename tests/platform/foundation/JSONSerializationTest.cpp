@@ -84,6 +84,18 @@ TEST(NSJSONSerialization, EscapesStringsAsThePlatformDoesAndReadsThemBack) {
         ASSERT_NE(back, nullptr) << text;
         EXPECT_EQ(NSStringValue(back->objectForKey(std::string("k"))), value);
     }
+    // Each escape at each place in and across words of eight bytes, among bytes that need none.
+    const std::string around = "\u00e9abcdefghijklmnop~\x7f";
+    const std::pair<char, std::string> escaped[] = {
+        {'"', R"(\")"}, {'\\', R"(\\)"}, {'/', R"(\/)"}, {'\n', R"(\n)"}, {'\x1f', R"(\u001f)"}, {'\0', R"(\u0000)"}};
+    for (const auto& [ch, escape] : escaped) {
+        for (std::size_t at = 2; at <= around.size(); ++at) {
+            const std::string head = around.substr(0, at), tail = around.substr(at);
+            EXPECT_EQ(write(NSArray::arrayWithObjects({NSStr(head + ch + tail)})),
+                      "[\"" + head + escape + tail + "\"]")
+                << at;
+        }
+    }
     auto escapes = objc_cast<NSArray>(parse(R"(["\u00e9\ud83d\ude00\/\"\\\b\f\n\r\t"])"));
     ASSERT_NE(escapes, nullptr);
     EXPECT_EQ(NSStringValue(escapes->objectAtIndex(0)), "\u00e9\U0001F600/\"\\\b\f\n\r\t");

@@ -34,6 +34,13 @@ TEST(NSString, DecodesOnlyValidText) {
          {"\x80", "\xE2\x82", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "caf\xE9", "long ascii run \xE9 then"}) {
         expectDecoding(invalid, false, false);
     }
+    // One byte past ASCII, in a block of 64 or in the tail after the blocks.
+    for (std::size_t at : {0, 63, 64, 127, 128, 130}) {
+        std::string text(131, 'a');
+        text[at] = '\x80';
+        EXPECT_FALSE(NSStringIsValidASCII(text)) << at;
+    }
+    EXPECT_TRUE(NSStringIsValidASCII(std::string(131, '\x7f')));
 }
 
 }  // namespace
