@@ -81,13 +81,9 @@ void Core::shutdown() {
     // handler closes its copies, so that restarts leave no descriptor behind. Before the last send,
     // which then carries what was written up to here.
     logHandler_->stop();
-    if (configuration_->viewScanningEnabled()) {
-        viewScanner_->stop();
-    } else {
-        // Whatever the flag says now: the host's recognizers, React Native's among them, are then
-        // as if the library had never run.
-        viewScanner_->detachTouchShims();
-    }
+    // Whatever the flag says now: scanning ends, and the host's recognizers, React Native's among
+    // them, are then as if the library had never run.
+    viewScanner_->stop();
     reactNativeSwizzler_->deswizzle();
     uploader_->stop();
     SDK::clearCore(*this);

@@ -7,8 +7,6 @@
 // identify and sessionURL on any thread. Everything the Core owns refers back to it weakly, so the
 // Core goes with the last outside reference (SDK's, once shut down), on whichever thread lets go
 // of it.
-#include <google/protobuf/message.h>
-
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -23,7 +21,6 @@
 #include "engine/NetworkEventSink.h"
 #include "engine/ReadyStateDelegate.h"
 #include "engine/Session.h"
-#include "platform/dispatch/DispatchQueue.h"
 #include "platform/objc/Runtime.h"
 #include "platform/url/NSURLRequest.h"
 #include "wire/qm.pb.h"
@@ -65,8 +62,9 @@ public:
     void shutdown();
 
     // Waits, up to `deadline`, until every upload handed to the URL session so far has ended, its
-    // reply handled; true if that happened in time. Sends nothing itself: after shutdown, that is every upload this Core
-    // makes. For whoever holds a Core and must know it is quiet; nothing in the library waits on it.
+    // reply handled; true if that happened in time. Sends nothing itself: after shutdown, that is
+    // every upload this Core makes. For whoever holds a Core and must know it is quiet; nothing in
+    // the library waits on it.
     bool flush(std::chrono::steady_clock::time_point deadline);
 
     // The sink: stamps the event now, on the caller's thread, and appends it to the Uploader's

@@ -188,10 +188,6 @@ std::shared_ptr<Core> SDK::currentCore() noexcept {
     return s.core;
 }
 
-std::shared_ptr<EventSink> SDK::currentSink() noexcept {
-    return currentCore();
-}
-
 void SDK::clearCore(const Core& core) noexcept {
     std::shared_ptr<Core> released;
     auto& s = state();

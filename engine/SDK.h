@@ -22,7 +22,6 @@
 namespace quillmere {
 
 class Core;
-class EventSink;
 class TaskQueue;
 
 class QLM_EXPORT SDK final : public platform::NSObject {
@@ -53,8 +52,6 @@ public:
     // The running Core, or null: the reference it gives stays valid whatever a concurrent shutdown
     // does.
     static std::shared_ptr<Core> currentCore() noexcept;
-    // The running Core as the sink that captures report to, or null; as currentCore.
-    static std::shared_ptr<EventSink> currentSink() noexcept;
     // Empties the slot if it still holds `core`; Core::shutdown's last step.
     static void clearCore(const Core& core) noexcept;
 

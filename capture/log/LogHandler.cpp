@@ -98,11 +98,11 @@ void LogHandler::capture(bool isStdout, std::string_view piece) noexcept {
     try {
         // The drain's thread only copies the bytes; escaping them waits for the sink's thread.
         sink->addEventBuiltLater(
-            EventType::logEvent, [text = std::string(piece), isStdout] {
+            EventType::logEvent, [text = std::string(piece), isStdout]() mutable {
                 qm::core::LogEvent event;
                 event.set_loglevel(isStdout ? qm::core::LogEvent_LogLevel_LOG
                                             : qm::core::LogEvent_LogLevel_ERROR);
-                if (auto argument = jsonValue(text)) *event.add_args() = std::move(*argument);
+                if (auto argument = jsonValue(std::move(text))) *event.add_args() = std::move(*argument);
                 return event;
             });
     } catch (const std::exception&) {

@@ -3,13 +3,13 @@
 // output: the compact JSON of a one-element array holding the text, brackets, quotes and escapes
 // included ("a/b" becomes ["a\/b"]). Any thread.
 #include <optional>
-#include <string_view>
+#include <string>
 
 #include "wire/qm_utils.pb.h"
 
 namespace quillmere {
 
 // None when the text cannot be written as JSON (it is not UTF-8).
-std::optional<qm::utils::Value> jsonValue(std::string_view text);
+std::optional<qm::utils::Value> jsonValue(std::string text);
 
 }  // namespace quillmere

@@ -14,7 +14,7 @@ std::string reqIdText(int64_t reqID) {
 
 std::optional<qm::utils::Value> bodyValue(const std::shared_ptr<platform::NSData>& body) {
     // Bytes that aren't UTF-8 have no JSON form: none.
-    return body ? jsonValue(body->view()) : std::nullopt;
+    return body ? jsonValue(std::string(body->view())) : std::nullopt;
 }
 
 template <class Map>

@@ -240,26 +240,24 @@ void NetworkShim::reportResponse(const platform::NSURLSessionTask& task,
         auto captured = responseFrom(httpResponse, *original, nullptr, number->longLongValue());
         if (!captured) return;
         const double elapsed = end.timeIntervalSinceDate(*start);
-        const auto sanitizer = sink->responseSanitizer();
-        if (!sanitizer) {
-            // Nobody reads the body before its event is built: the pieces are joined then, at the
-            // sink's pace, rather than here, where the host is still to hear of the end.
-            sink->addEventBuiltLater(EventType::responseEvent, [captured = std::move(captured),
-                                                                pieces = std::move(pieces), hasBody, elapsed] {
-                if (hasBody) captured->setBody(joined(pieces));
-                return makeResponseEvent(*captured, elapsed);
-            });
-            return;
+        if (const auto sanitizer = sink->responseSanitizer()) {
+            // The sanitizer reads the body, so it is joined now; the event is built from a copy
+            // the sanitizer can't reach.
+            const auto ownBody = hasBody ? joined(pieces) : nullptr;
+            captured->setBody(ownBody);
+            captured = sanitizer->sanitize(std::move(captured));
+            if (!captured) return;
+            captured = captured->detachedCopy(ownBody);
+            hasBody = false;
+            pieces.clear();
         }
-        const auto ownBody = hasBody ? joined(pieces) : nullptr;
-        captured->setBody(ownBody);
-        captured = sanitizer->sanitize(std::move(captured));
-        if (!captured) return;
-        // Built from a copy the sanitizer can't reach.
-        sink->addEventBuiltLater(EventType::responseEvent,
-                                 [captured = captured->detachedCopy(ownBody), elapsed] {
-                                     return makeResponseEvent(*captured, elapsed);
-                                 });
+        // Otherwise nobody reads the body before its event is built: the pieces are joined then,
+        // at the sink's pace, rather than here, where the host is still to hear of the end.
+        sink->addEventBuiltLater(EventType::responseEvent, [captured = std::move(captured),
+                                                            pieces = std::move(pieces), hasBody, elapsed] {
+            if (hasBody) captured->setBody(joined(pieces));
+            return makeResponseEvent(*captured, elapsed);
+        });
     } catch (...) {
         // The response goes unreported; the host still hears of the end.
     }

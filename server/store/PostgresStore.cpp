@@ -6,6 +6,7 @@
 #include <limits>
 #include <pqxx/pqxx>
 
+#include "server/store/FoundPage.h"
 #include "server/store/StoreError.h"
 #include "server/store/StoredLists.h"
 
@@ -334,26 +335,16 @@ RecordingPage PostgresStore::findRecordings(const RecordingFilter& filter,
             pqxx::prepare::make_dynamic_params(parameters.begin(), parameters.end() - (searching ? 0 : 1)));
         for (const auto& row : result)
             page.recordings.push_back({readRecording(row), row[10].as<int64_t>(), {}});
-        if (page.recordings.size() > limit) {
-            page.recordings.resize(limit);
-            const RecordingSummary& last = page.recordings.back().recording;
-            page.next = RecordingCursor{last.lastSeen, last.storeID};
-        }
+        endPageAt(page, limit);
         if (!searching || moments == 0 || page.recordings.empty()) return page;
 
-        std::string ids = "{";
-        for (const FoundRecording& found : page.recordings)
-            ids += (ids.size() > 1 ? "," : "") + std::to_string(found.recording.storeID);
         const auto rowsOfMoments = work.exec_prepared(
-            "search_moments", query, ids + "}",
+            "search_moments", query, storeIDList(page, '{', '}'),
             static_cast<int64_t>(std::min<std::size_t>(moments, std::numeric_limits<int64_t>::max())));
         for (const auto& row : rowsOfMoments) {
-            const auto recording = row[0].as<int64_t>();
-            for (FoundRecording& found : page.recordings) {
-                if (found.recording.storeID != recording) continue;
-                found.moments.push_back({static_cast<uint32_t>(row[1].as<int64_t>()), row[2].as<double>(),
-                                         row[3].as<std::string>(), row[4].as<std::string>()});
-            }
+            addMoment(page, row[0].as<int64_t>(),
+                      {static_cast<uint32_t>(row[1].as<int64_t>()), row[2].as<double>(),
+                       row[3].as<std::string>(), row[4].as<std::string>()});
         }
         return page;
     });

@@ -9,6 +9,7 @@
 #include <cstdlib>
 
 #include "server/store/SqliteStatement.h"
+#include "server/store/FoundPage.h"
 #include "server/store/StoreError.h"
 #include "server/store/StoredLists.h"
 
@@ -296,26 +297,16 @@ RecordingPage SqliteStore::findRecordings(const RecordingFilter& filter, std::op
         FoundRecording found{readRecording(select), select.integer(10), {}};
         page.recordings.push_back(std::move(found));
     }
-    if (page.recordings.size() > limit) {
-        page.recordings.resize(limit);
-        const RecordingSummary& last = page.recordings.back().recording;
-        page.next = RecordingCursor{last.lastSeen, last.storeID};
-    }
+    endPageAt(page, limit);
     if (!searching || moments == 0 || page.recordings.empty()) return page;
 
-    std::string ids = "[";
-    for (const FoundRecording& found : page.recordings)
-        ids += (ids.size() > 1 ? "," : "") + std::to_string(found.recording.storeID);
     SqliteStatement momentsOf(db_, kMoments);
-    momentsOf.bindText(1, query).bindText(2, ids + "]");
+    momentsOf.bindText(1, query).bindText(2, storeIDList(page, '[', ']'));
     momentsOf.bindInteger(3, static_cast<int64_t>(std::min<std::size_t>(moments, INT64_MAX)));
     while (momentsOf.step()) {
-        const int64_t recording = momentsOf.integer(0);
-        for (FoundRecording& found : page.recordings) {
-            if (found.recording.storeID != recording) continue;
-            found.moments.push_back({static_cast<uint32_t>(momentsOf.integer(1)), momentsOf.real(2),
-                                     momentsOf.text(3), momentsOf.text(4)});
-        }
+        addMoment(page, momentsOf.integer(0),
+                  {static_cast<uint32_t>(momentsOf.integer(1)), momentsOf.real(2), momentsOf.text(3),
+                   momentsOf.text(4)});
     }
     return page;
 }

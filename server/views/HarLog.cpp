@@ -1,12 +1,13 @@
 #include "server/views/HarLog.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "server/http/HttpRequest.h"
 #include "server/http/HttpResponse.h"
 #include "server/http/QueryString.h"
+#include "server/views/MessageFields.h"
 #include "server/views/TimeText.h"
 
 namespace qlm::ingest {
@@ -28,12 +29,7 @@ json headerList(const json& headers) {
 std::string headerValue(const json& headers, std::string_view wanted) {
     if (!headers.is_object()) return {};
     for (const auto& [name, value] : headers.items()) {
-        if (name.size() != wanted.size() || !value.is_string()) continue;
-        bool same = true;
-        for (std::size_t i = 0; i < name.size() && same; ++i)
-            same = std::tolower(static_cast<unsigned char>(name[i])) ==
-                   std::tolower(static_cast<unsigned char>(wanted[i]));
-        if (same) return value.get<std::string>();
+        if (value.is_string() && equalsIgnoringCase(name, wanted)) return value.get<std::string>();
     }
     return {};
 }
@@ -70,9 +66,7 @@ std::string HarLog::add(const StoredEvent& event) {
     if (!request && event.type != kResponseType) return {};
     const json message = json::parse(event.json, nullptr, false);
     if (!message.is_object()) return {};
-    const auto reqIdField = message.find("reqId");
-    const std::string reqId =
-        reqIdField != message.end() && reqIdField->is_string() ? reqIdField->get<std::string>() : "";
+    const std::string reqId = fields::text(message, "reqId");
     if (request) {
         held_.push_back({reqId});
         held_.back().addRequest(message, event);

@@ -124,7 +124,7 @@ TEST(CoreAsSink, CapturesAddingThroughShutdownSendNothingTwiceAndLetTheCoreGo) {
     IngestServer server;
     ASSERT_TRUE(SDK::initialize(qlm_test::configurationFor(server)));
     std::weak_ptr<Core> core = SDK::currentCore();
-    const std::weak_ptr<EventSink> sink = SDK::currentSink();
+    const std::weak_ptr<EventSink> sink = SDK::currentCore();
     std::atomic<int> added{0};
     std::atomic<bool> done{false};
     std::vector<std::thread> threads;

@@ -12,6 +12,7 @@
 
 #include "capture/touch/TouchShim.h"
 #include "engine/Configuration.h"
+#include "engine/Core.h"
 #include "engine/SDK.h"
 #include "platform/uikit/TouchScreen.h"
 #include "platform/uikit/UIPanGestureRecognizer.h"
@@ -34,7 +35,7 @@ struct Screen {
         root->addSubview(list);
         for (int i = 0; i < 8; ++i) list->addSubview(UIView::make(CGRectMake(0, 64.0 * i, 358, 56)));
         list->addGestureRecognizer(std::make_shared<UIPanGestureRecognizer>());
-        if (withShim) window->addGestureRecognizer(quillmere::TouchShim::make(quillmere::SDK::currentSink()));
+        if (withShim) window->addGestureRecognizer(quillmere::TouchShim::make(quillmere::SDK::currentCore()));
     }
     std::shared_ptr<UIWindow> window;
 };

@@ -8,6 +8,7 @@
 #include "platform/reactnative/RCTTouchHandler.h"
 #include "platform/uikit/UITapGestureRecognizer.h"
 #include "tests/capture/touch/TouchTestSupport.h"
+#include "engine/Core.h"
 #include "engine/SDK.h"
 #include "tests/support/ChildProcess.h"
 
@@ -105,7 +106,7 @@ void startAndStopWithoutReactNative() {
     EXPECT_EQ(NSClassFromString(QLMReactNativeSwizzler::kTouchHandlerClassName), nullptr);
     RunningLibrary library;
     const auto window = shownWindow();
-    window->addGestureRecognizer(TouchShim::make(quillmere::SDK::currentSink()));
+    window->addGestureRecognizer(TouchShim::make(quillmere::SDK::currentCore()));
     TouchScreen screen(window);
     EXPECT_EQ(quillmere::originalMethod.load(), nullptr);
     EXPECT_EQ(quillmere::originalImplementation.load(), nullptr);
